@@ -35,10 +35,10 @@ int main() {
     Decoder decoder;
     int matched = 0;
     for (std::size_t offset = 0; offset < stream.size(); offset += 3) {
-        const auto end = stream.begin() + static_cast<std::ptrdiff_t>(
-                                              std::min(offset + 3, stream.size()));
-        decoder.injectBytes(std::vector<unsigned char>(
-            stream.begin() + static_cast<std::ptrdiff_t>(offset), end));
+        const auto end =
+            stream.begin() + static_cast<std::ptrdiff_t>(std::min(offset + 3, stream.size()));
+        decoder.injectBytes(
+            std::vector<unsigned char>(stream.begin() + static_cast<std::ptrdiff_t>(offset), end));
         while (decoder.hasFrames()) {
             const std::vector<unsigned char> frame = decoder.extractFrame();
             print("decoded", frame);

@@ -8,9 +8,13 @@ Message::Message(const Message& other) = default;
 
 Message::~Message() = default;
 
-std::vector<unsigned char> Message::write() const { return payload; }
+std::vector<unsigned char> Message::write() const {
+    return payload;
+}
 
-std::vector<unsigned char> Message::newFrame(OpCode code) { return {code}; }
+std::vector<unsigned char> Message::newFrame(OpCode code) {
+    return {code};
+}
 
 std::shared_ptr<const Message> Message::createShared(const Message* message) {
     return std::shared_ptr<const Message>(message);

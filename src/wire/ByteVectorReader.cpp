@@ -43,7 +43,9 @@ std::string ByteVectorReader::readStringAt(unsigned int index, unsigned int leng
     return std::string(run.begin(), run.end());
 }
 
-void ByteVectorReader::setReadPosition(unsigned int newPosition) { position = newPosition; }
+void ByteVectorReader::setReadPosition(unsigned int newPosition) {
+    position = newPosition;
+}
 
 unsigned char ByteVectorReader::readUint8() {
     const unsigned char value = readUint8At(position);
@@ -69,7 +71,9 @@ std::vector<unsigned char> ByteVectorReader::readBytes(unsigned int length) {
     return run;
 }
 
-bool ByteVectorReader::readPastEnd() const { return position > bytes.size(); }
+bool ByteVectorReader::readPastEnd() const {
+    return position > bytes.size();
+}
 
 int ByteVectorReader::remainingBytes() const {
     const long long remaining =

@@ -4,7 +4,9 @@ ByteVectorWriter::ByteVectorWriter(std::vector<unsigned char>& bytes) : bytes(by
 
 ByteVectorWriter::~ByteVectorWriter() = default;
 
-void ByteVectorWriter::pushBackUint8(unsigned char value) { bytes.push_back(value); }
+void ByteVectorWriter::pushBackUint8(unsigned char value) {
+    bytes.push_back(value);
+}
 
 void ByteVectorWriter::pushBackUint16(unsigned short value) {
     bytes.push_back(static_cast<unsigned char>(value & 0xFF));

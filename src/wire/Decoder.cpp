@@ -9,15 +9,15 @@ namespace {
 
 constexpr std::size_t LengthFieldSize = 4;
 
-std::size_t findByte(const std::vector<unsigned char>& buffer, std::size_t from,
-                     std::size_t to, unsigned char value) {
+std::size_t findByte(const std::vector<unsigned char>& buffer, std::size_t from, std::size_t to,
+                     unsigned char value) {
     if (from >= to) {
         return to;
     }
     const void* hit = std::memchr(buffer.data() + from, value, to - from);
-    return hit == nullptr ? to
-                          : static_cast<std::size_t>(static_cast<const unsigned char*>(hit) -
-                                                     buffer.data());
+    return hit == nullptr
+               ? to
+               : static_cast<std::size_t>(static_cast<const unsigned char*>(hit) - buffer.data());
 }
 
 }  // namespace
@@ -32,8 +32,8 @@ void Decoder::injectBytes(const std::vector<unsigned char>& bytes) {
     // open frame's start marker, so this search is short.
     std::size_t start = findByte(receiveBuffer, 0, size, Encoder::StartMarker);
     while (start != size) {
-        const std::size_t stop = findByte(receiveBuffer, std::max(start + 1, endSearchFrom), size,
-                                          Encoder::EndMarker);
+        const std::size_t stop =
+            findByte(receiveBuffer, std::max(start + 1, endSearchFrom), size, Encoder::EndMarker);
         if (stop == size) {
             break;  // incomplete: wait for more bytes
         }
@@ -71,7 +71,8 @@ void Decoder::acceptCandidate(std::size_t start, std::size_t stop) {
     std::size_t runStart = first;
     while (runStart < stop) {
         const std::size_t escape = findByte(receiveBuffer, runStart, stop, Encoder::Escape);
-        unstuffed.insert(unstuffed.end(), receiveBuffer.begin() + static_cast<std::ptrdiff_t>(runStart),
+        unstuffed.insert(unstuffed.end(),
+                         receiveBuffer.begin() + static_cast<std::ptrdiff_t>(runStart),
                          receiveBuffer.begin() + static_cast<std::ptrdiff_t>(escape));
         if (escape + 1 >= stop) {
             break;  // no escape, or one left pending at the end marker: dropped
@@ -99,7 +100,9 @@ void Decoder::acceptCandidate(std::size_t start, std::size_t stop) {
     frames.push_back(std::move(unstuffed));
 }
 
-bool Decoder::hasFrames() const { return !frames.empty(); }
+bool Decoder::hasFrames() const {
+    return !frames.empty();
+}
 
 std::vector<unsigned char> Decoder::extractFrame() {
     if (!hasFrames()) {
@@ -110,7 +113,9 @@ std::vector<unsigned char> Decoder::extractFrame() {
     return frame;
 }
 
-bool Decoder::empty() const { return frames.empty() && receiveBuffer.empty(); }
+bool Decoder::empty() const {
+    return frames.empty() && receiveBuffer.empty();
+}
 
 void Decoder::reset() {
     frames.clear();

@@ -4,7 +4,9 @@
 
 namespace {
 
-bool needsStuffing(unsigned char value) { return value >= Encoder::Escape; }
+bool needsStuffing(unsigned char value) {
+    return value >= Encoder::Escape;
+}
 
 }  // namespace
 

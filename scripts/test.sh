@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Builds chanlink and runs its whole test suite.
+# Usage: scripts/test.sh [PRESET]   (dev by default; asan, release)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+preset="${1:-dev}"
+
+packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev)
+[ "$preset" = release ] && packages+=(libbenchmark-dev)
+scripts/require-packages.sh "${packages[@]}"
+
+jobs="$(nproc 2>/dev/null || echo 2)"
+cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset" -j "$jobs"
+ctest --preset "$preset" -j "$jobs"
