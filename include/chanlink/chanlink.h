@@ -22,6 +22,10 @@
 #include "chanlink/flow/Valve.h"
 
 // Transports
+#include "chanlink/transport/LoopBackTransport.h"
+#include "chanlink/transport/ReadTransport.h"
+#include "chanlink/transport/Transport.h"
+#include "chanlink/transport/WriteTransport.h"
 
 // Endpoints and session
 
