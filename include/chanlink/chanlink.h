@@ -13,8 +13,19 @@
 #include "chanlink/messages/OpCode.h"
 
 // Dataflow primitives
+#include "chanlink/flow/Dispatcher.h"
+#include "chanlink/flow/FunctionReceiver.h"
+#include "chanlink/flow/QueuedReceiver.h"
+#include "chanlink/flow/Receiver.h"
+#include "chanlink/flow/Transform.h"
+#include "chanlink/flow/TypedTransform.h"
+#include "chanlink/flow/Valve.h"
 
 // Transports
+#include "chanlink/transport/LoopBackTransport.h"
+#include "chanlink/transport/ReadTransport.h"
+#include "chanlink/transport/Transport.h"
+#include "chanlink/transport/WriteTransport.h"
 
 // Endpoints and session
 

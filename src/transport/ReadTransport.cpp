@@ -1,0 +1,3 @@
+#include "chanlink/transport/ReadTransport.h"
+
+ReadTransport::~ReadTransport() = default;

@@ -1,0 +1,3 @@
+#include "chanlink/transport/Transport.h"
+
+Transport::~Transport() = default;

@@ -1,0 +1,3 @@
+#include "chanlink/transport/WriteTransport.h"
+
+WriteTransport::~WriteTransport() = default;
