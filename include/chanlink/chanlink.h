@@ -9,8 +9,23 @@
 #include "chanlink/wire/Encoder.h"
 
 // Messages
+#include "chanlink/messages/ChannelListMessage.h"
+#include "chanlink/messages/ChannelValue.h"
+#include "chanlink/messages/ErrorResponse.h"
+#include "chanlink/messages/GetRequest.h"
+#include "chanlink/messages/GetResponse.h"
+#include "chanlink/messages/LogPushRequest.h"
+#include "chanlink/messages/LoginRequest.h"
+#include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/Message.h"
+#include "chanlink/messages/MessageProductionChain.h"
 #include "chanlink/messages/OpCode.h"
+#include "chanlink/messages/SetRequest.h"
+#include "chanlink/messages/SetResponse.h"
+#include "chanlink/messages/SubscriptionRequest.h"
+#include "chanlink/messages/SubscriptionResponse.h"
+#include "chanlink/messages/UnsubscriptionRequest.h"
+#include "chanlink/messages/UserAccountRequest.h"
 
 // Dataflow primitives
 #include "chanlink/flow/Dispatcher.h"
