@@ -34,5 +34,21 @@
 // Endpoints and session
 
 // Client operations and session
+#include "chanlink/client/ClientGetManager.h"
+#include "chanlink/client/ClientLoginManager.h"
+#include "chanlink/client/ClientPushSubscriptionManager.h"
+#include "chanlink/client/ClientSetManager.h"
+#include "chanlink/client/ClientSubscriptionManager.h"
+#include "chanlink/client/ErrorResponseToGetOutcomeTransform.h"
+#include "chanlink/client/ErrorResponseToSetOutcomeTransform.h"
+#include "chanlink/client/GetOutcome.h"
+#include "chanlink/client/GetOutcomeTransform.h"
+#include "chanlink/client/GetResponseToGetOutcomeTransform.h"
+#include "chanlink/client/LoginOutcome.h"
+#include "chanlink/client/LoginValveController.h"
+#include "chanlink/client/QueuedSetOperation.h"
+#include "chanlink/client/SetOutcome.h"
+#include "chanlink/client/SetOutcomeTransform.h"
+#include "chanlink/client/SetResponseToSetOutcomeTransform.h"
 
 // Channel value processing
