@@ -52,3 +52,6 @@
 #include "chanlink/client/SetResponseToSetOutcomeTransform.h"
 
 // Channel value processing
+#include "chanlink/processing/BitfieldMultiplexedTransform.h"
+#include "chanlink/processing/ChannelCache.h"
+#include "chanlink/processing/ChannelIdMappingTransform.h"
