@@ -32,6 +32,10 @@
 #include "chanlink/transport/WriteTransport.h"
 
 // Endpoints and session
+#include "chanlink/endpoint/EndPointBuilder.h"
+#include "chanlink/endpoint/IncomingEndPoint.h"
+#include "chanlink/endpoint/OutgoingEndPoint.h"
+#include "chanlink/endpoint/Session.h"
 
 // Client operations and session
 #include "chanlink/client/ClientGetManager.h"
