@@ -41,6 +41,8 @@
 #include "chanlink/client/ClientGetManager.h"
 #include "chanlink/client/ClientLoginManager.h"
 #include "chanlink/client/ClientPushSubscriptionManager.h"
+#include "chanlink/client/ClientSession.h"
+#include "chanlink/client/ClientSessionBuilder.h"
 #include "chanlink/client/ClientSetManager.h"
 #include "chanlink/client/ClientSubscriptionManager.h"
 #include "chanlink/client/ErrorResponseToGetOutcomeTransform.h"
