@@ -52,6 +52,7 @@
 #include "chanlink/client/GetResponseToGetOutcomeTransform.h"
 #include "chanlink/client/LoginOutcome.h"
 #include "chanlink/client/LoginValveController.h"
+#include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/QueuedSetOperation.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/client/SetOutcomeTransform.h"

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "chanlink/client/ReasonCode.h"
 #include "chanlink/messages/ChannelValue.h"
 
 class ErrorResponse;
@@ -12,7 +13,7 @@ class ErrorResponse;
 // included) stays a failure.
 class GetOutcome {
 public:
-    static constexpr unsigned char SuccessCode = 255;
+    static constexpr unsigned char SuccessCode = ReasonCode::Success;
 
     // Empty header and data.
     GetOutcome(const unsigned int& channelId, const unsigned char& reasonCode);

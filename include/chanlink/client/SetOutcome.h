@@ -1,5 +1,7 @@
 #pragma once
 
+#include "chanlink/client/ReasonCode.h"
+
 class ErrorResponse;
 class SetResponse;
 
@@ -9,9 +11,9 @@ class SetResponse;
 // server's own reason from an error response.
 class SetOutcome {
 public:
-    static constexpr unsigned char SuccessCode = 255;
-    static constexpr unsigned char RequestNotBuilt = 1;
-    static constexpr unsigned char Discarded = 131;
+    static constexpr unsigned char SuccessCode = ReasonCode::Success;
+    static constexpr unsigned char RequestNotBuilt = ReasonCode::SetRequestNotBuilt;
+    static constexpr unsigned char Discarded = ReasonCode::Discarded;
 
     SetOutcome(unsigned int channelId, unsigned char reasonCode);
     // The response's channel, success.

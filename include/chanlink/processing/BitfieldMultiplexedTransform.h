@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "chanlink/client/GetOutcome.h"
+#include "chanlink/client/ReasonCode.h"
 #include "chanlink/flow/Transform.h"
 
 // Splits one channel whose data is a bit set into virtual channels, one per
@@ -14,7 +15,7 @@
 class BitfieldMultiplexedTransform : public Transform<GetOutcome, GetOutcome> {
 public:
     // Reason code of a virtual channel whose bit lies beyond the data.
-    static constexpr unsigned char BitBeyondData = 2;
+    static constexpr unsigned char BitBeyondData = ReasonCode::BitBeyondData;
 
     explicit BitfieldMultiplexedTransform(std::shared_ptr<Receiver<GetOutcome>> receiver);
     ~BitfieldMultiplexedTransform() override;
