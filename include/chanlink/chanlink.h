@@ -9,8 +9,23 @@
 #include "chanlink/wire/Encoder.h"
 
 // Messages
+#include "chanlink/messages/ChannelListMessage.h"
+#include "chanlink/messages/ChannelValue.h"
+#include "chanlink/messages/ErrorResponse.h"
+#include "chanlink/messages/GetRequest.h"
+#include "chanlink/messages/GetResponse.h"
+#include "chanlink/messages/LogPushRequest.h"
+#include "chanlink/messages/LoginRequest.h"
+#include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/Message.h"
+#include "chanlink/messages/MessageProductionChain.h"
 #include "chanlink/messages/OpCode.h"
+#include "chanlink/messages/SetRequest.h"
+#include "chanlink/messages/SetResponse.h"
+#include "chanlink/messages/SubscriptionRequest.h"
+#include "chanlink/messages/SubscriptionResponse.h"
+#include "chanlink/messages/UnsubscriptionRequest.h"
+#include "chanlink/messages/UserAccountRequest.h"
 
 // Dataflow primitives
 #include "chanlink/flow/Dispatcher.h"
@@ -32,7 +47,33 @@
 #include "chanlink/transport/WriteTransport.h"
 
 // Endpoints and session
+#include "chanlink/endpoint/EndPointBuilder.h"
+#include "chanlink/endpoint/IncomingEndPoint.h"
+#include "chanlink/endpoint/OutgoingEndPoint.h"
+#include "chanlink/endpoint/Session.h"
 
 // Client operations and session
+#include "chanlink/client/ClientGetManager.h"
+#include "chanlink/client/ClientLoginManager.h"
+#include "chanlink/client/ClientPushSubscriptionManager.h"
+#include "chanlink/client/ClientSession.h"
+#include "chanlink/client/ClientSessionBuilder.h"
+#include "chanlink/client/ClientSetManager.h"
+#include "chanlink/client/ClientSubscriptionManager.h"
+#include "chanlink/client/ErrorResponseToGetOutcomeTransform.h"
+#include "chanlink/client/ErrorResponseToSetOutcomeTransform.h"
+#include "chanlink/client/GetOutcome.h"
+#include "chanlink/client/GetOutcomeTransform.h"
+#include "chanlink/client/GetResponseToGetOutcomeTransform.h"
+#include "chanlink/client/LoginOutcome.h"
+#include "chanlink/client/LoginValveController.h"
+#include "chanlink/client/QueuedSetOperation.h"
+#include "chanlink/client/ReasonCode.h"
+#include "chanlink/client/SetOutcome.h"
+#include "chanlink/client/SetOutcomeTransform.h"
+#include "chanlink/client/SetResponseToSetOutcomeTransform.h"
 
 // Channel value processing
+#include "chanlink/processing/BitfieldMultiplexedTransform.h"
+#include "chanlink/processing/ChannelCache.h"
+#include "chanlink/processing/ChannelIdMappingTransform.h"

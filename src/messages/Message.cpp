@@ -1,8 +1,12 @@
 #include "chanlink/messages/Message.h"
 
+#include <utility>
+
 Message::Message(OpCode code) : payload(newFrame(code)) {}
 
 Message::Message(const std::vector<unsigned char>& payload) : payload(payload) {}
+
+Message::Message(std::vector<unsigned char>&& payload) : payload(std::move(payload)) {}
 
 Message::Message(const Message& other) = default;
 

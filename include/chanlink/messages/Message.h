@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "chanlink/messages/OpCode.h"
@@ -18,6 +19,8 @@ public:
     explicit Message(OpCode code);
     // Copies the bytes; nothing is validated.
     explicit Message(const std::vector<unsigned char>& payload);
+    // Takes the bytes over without copying them; nothing is validated.
+    explicit Message(std::vector<unsigned char>&& payload);
     Message(const Message& other);
     Message& operator=(const Message&) = delete;
     virtual ~Message();
@@ -36,6 +39,18 @@ public:
     // bookkeeping cannot be allocated the message is deleted and the
     // allocation failure propagates.
     static std::shared_ptr<const Message> createShared(const Message* message);
+
+protected:
+    // What Class::read gives for a payload that its newInstance has just built:
+    // Class::validate decides, and an accepted payload is moved into the new
+    // message instead of being copied a second time.
+    template <class Class>
+    static std::shared_ptr<const Message> readBuilt(std::vector<unsigned char>&& payload) {
+        if (!Class::validate(payload)) {
+            return nullptr;
+        }
+        return createShared(new Class(std::move(payload)));
+    }
 
 private:
     const std::vector<unsigned char> payload;

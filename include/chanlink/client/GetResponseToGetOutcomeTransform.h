@@ -1,0 +1,18 @@
+#pragma once
+
+#include <list>
+#include <memory>
+
+#include "chanlink/client/GetOutcome.h"
+#include "chanlink/flow/Transform.h"
+#include "chanlink/messages/GetResponse.h"
+
+// One successful outcome per channel value of a get response, in the
+// response's order; a response without values gives none.
+class GetResponseToGetOutcomeTransform : public Transform<GetResponse, GetOutcome> {
+public:
+    explicit GetResponseToGetOutcomeTransform(std::shared_ptr<Receiver<GetOutcome>> receiver);
+    ~GetResponseToGetOutcomeTransform() override;
+
+    std::list<GetOutcome> transform(const GetResponse& response) override;
+};

@@ -1,0 +1,31 @@
+#pragma once
+
+// The one space of reason codes carried by GetOutcome, SetOutcome and
+// ErrorResponse. 255 is success. The library makes a few codes itself; the
+// device layer (DeviceServer) answers with codes of its own from 16 up; any
+// other code comes from a device as it sent it. Codes never overlap, so an
+// application can tell who refused.
+class ReasonCode {
+public:
+    static constexpr unsigned char Success = 255;
+
+    // Made by the client library itself.
+    static constexpr unsigned char SetRequestNotBuilt = 1;  // set data too long to send
+    static constexpr unsigned char BitBeyondData = 2;       // bitfield split: bit past the data
+    static constexpr unsigned char Discarded = 131;         // set dropped by reset or destruction
+    static constexpr unsigned char ConnectionLost = 132;    // connection dropped before the answer
+
+    // Sent by the device layer in error responses.
+    static constexpr unsigned char NotLoggedIn = 16;      // request before a successful login
+    static constexpr unsigned char UnknownChannel = 17;   // no such channel
+    static constexpr unsigned char ReadOnlyChannel = 18;  // set of a read-only channel
+    static constexpr unsigned char WrongDataSize =
+        19;  // set data of another size than the channel's
+
+    // The code's name ("UnknownChannel"), or nullptr for a code this library
+    // does not define (a device's own code).
+    static const char* name(unsigned char code);
+    // A short description ("no such channel"); for undefined codes
+    // "device-specific reason".
+    static const char* describe(unsigned char code);
+};

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+
+#include "chanlink/flow/Receiver.h"
+#include "chanlink/messages/Message.h"
+#include "chanlink/messages/MessageProductionChain.h"
+#include "chanlink/transport/ReadTransport.h"
+#include "chanlink/wire/Decoder.h"
+
+// Where bytes become messages: reads what the transport has, cuts it into
+// frames, turns each frame into a typed message and hands it on.
+class IncomingEndPoint {
+public:
+    // maxInputCapacity: the most bytes read in one doRead. None of the
+    // pointers may be empty.
+    IncomingEndPoint(unsigned int maxInputCapacity, std::shared_ptr<Decoder> decoder,
+                     std::shared_ptr<ReadTransport> readTransport,
+                     std::shared_ptr<MessageProductionChain> messageProductionChain,
+                     std::shared_ptr<Receiver<Message>> messageDistributor);
+    virtual ~IncomingEndPoint();
+
+    IncomingEndPoint(const IncomingEndPoint&) = delete;
+    IncomingEndPoint& operator=(const IncomingEndPoint&) = delete;
+
+    // One read of at most maxInputCapacity bytes. If any came, every frame
+    // they complete is produced and handed to the distributor in stream
+    // order, within this call; frames for which no message is produced are
+    // dropped without stopping the ones behind them. A read that brings
+    // nothing does nothing else.
+    virtual void doRead();
+    // Drops a half-received frame and frames not yet handed on. Bytes still
+    // waiting in the transport are read on the next doRead.
+    virtual void reset();
+
+private:
+    unsigned int maxInputCapacity;
+    std::shared_ptr<Decoder> decoder;
+    std::shared_ptr<ReadTransport> readTransport;
+    std::shared_ptr<MessageProductionChain> messageProductionChain;
+    std::shared_ptr<Receiver<Message>> messageDistributor;
+};

@@ -1,0 +1,25 @@
+#include "chanlink/messages/SubscriptionRequest.h"
+
+#include <utility>
+
+SubscriptionRequest::SubscriptionRequest(std::vector<unsigned char> payload)
+    : ChannelListMessage(std::move(payload)) {}
+
+bool SubscriptionRequest::validate(const std::vector<unsigned char>& payload) {
+    return ChannelListMessage::validate(Code, payload);
+}
+
+std::shared_ptr<const Message> SubscriptionRequest::read(
+    const std::vector<unsigned char>& payload) {
+    if (!validate(payload)) {
+        return nullptr;
+    }
+    return createShared(new SubscriptionRequest(payload));
+}
+
+std::shared_ptr<const Message> SubscriptionRequest::newInstance(
+    const std::vector<unsigned int>& channelIds) {
+    std::vector<unsigned char> payload = newFrame(Code);
+    populateInstance(payload, channelIds);
+    return readBuilt<SubscriptionRequest>(std::move(payload));
+}

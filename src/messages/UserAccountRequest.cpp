@@ -1,0 +1,39 @@
+#include "chanlink/messages/UserAccountRequest.h"
+
+#include <utility>
+
+#include "chanlink/messages/LoginRequest.h"
+#include "chanlink/wire/ByteVectorReader.h"
+
+namespace {
+
+// Account requests carry opcode 9; the login request is sub-message type 9.
+constexpr unsigned char AccountOpCode = 9;
+constexpr unsigned char LoginSubMessageType = 9;
+
+}  // namespace
+
+UserAccountRequest::UserAccountRequest(std::vector<unsigned char> payload)
+    : Message(std::move(payload)) {}
+
+bool UserAccountRequest::validate(const std::vector<unsigned char>& payload) {
+    const ByteVectorReader reader(payload);
+    return reader.readUint8At(OpCodePosition) == AccountOpCode &&
+           reader.readUint8At(SubMessageTypePosition) == LoginSubMessageType &&
+           LoginRequest::validate(payload);
+}
+
+std::shared_ptr<const Message> UserAccountRequest::read(const std::vector<unsigned char>& payload) {
+    if (!validate(payload)) {
+        return nullptr;
+    }
+    return buildSubMessage(payload);
+}
+
+std::shared_ptr<const Message> UserAccountRequest::buildSubMessage(
+    const std::vector<unsigned char>& payload) {
+    if (ByteVectorReader(payload).readUint8At(SubMessageTypePosition) == LoginSubMessageType) {
+        return LoginRequest::read(payload);
+    }
+    return nullptr;
+}

@@ -1,0 +1,25 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "chanlink/client/ReasonCode.h"
+
+TEST(ReasonCode, EveryDefinedCodeIsDistinctAndNamed) {
+    const unsigned char codes[] = {
+        ReasonCode::Success,        ReasonCode::SetRequestNotBuilt, ReasonCode::BitBeyondData,
+        ReasonCode::Discarded,      ReasonCode::ConnectionLost,     ReasonCode::NotLoggedIn,
+        ReasonCode::UnknownChannel, ReasonCode::ReadOnlyChannel,    ReasonCode::WrongDataSize};
+    std::set<unsigned char> distinct;
+    std::set<std::string> names;
+    for (unsigned char code : codes) {
+        distinct.insert(code);
+        ASSERT_NE(ReasonCode::name(code), nullptr) << int(code);
+        names.insert(ReasonCode::name(code));
+    }
+    EXPECT_EQ(distinct.size(), std::size(codes));
+    EXPECT_EQ(names.size(), std::size(codes));
+    EXPECT_STREQ(ReasonCode::name(ReasonCode::UnknownChannel), "UnknownChannel");
+    EXPECT_EQ(ReasonCode::name(77), nullptr);
+    EXPECT_STREQ(ReasonCode::describe(77), "device-specific reason");
+}

@@ -1,0 +1,134 @@
+#include <gtest/gtest.h>
+
+#include "chanlink/processing/BitfieldMultiplexedTransform.h"
+#include "chanlink/processing/ChannelCache.h"
+#include "chanlink/processing/ChannelIdMappingTransform.h"
+#include "support/RecordingReceiver.h"
+
+using testing_support::RecordingReceiver;
+using Bytes = std::vector<unsigned char>;
+using Changes = RecordingReceiver<ChannelCache::Change>;
+using Outcomes = RecordingReceiver<GetOutcome>;
+
+namespace {
+
+GetOutcome value(unsigned int channel, Bytes data, Bytes header = {}) {
+    return GetOutcome(channel, std::move(header), std::move(data), 255);
+}
+
+}  // namespace
+
+TEST(ChannelCache, ReportsOnlyChangesOfDataWithThePreviousValue) {
+    ChannelCache cache;
+    auto changes = std::make_shared<Changes>();
+    cache.addReceiver(changes);
+    cache.addReceiver(changes);  // once only
+    cache.addReceiver(nullptr);
+
+    cache.receive(value(5, {0x01}, {0xA0}));
+    cache.receive(value(5, {0x01}, {0xA0}));  // same: nothing
+    cache.receive(value(5, {0x01}, {0xB0}));  // header only: nothing, not stored
+    cache.receive(GetOutcome(5, 3));          // failure: ignored
+    cache.receive(value(5, {0x02}));
+    ASSERT_EQ(changes->count(), 2u);
+    EXPECT_EQ(changes->received()[0].first, nullptr);
+    EXPECT_EQ(*changes->received()[0].second, ChannelValue(5, {0xA0}, {0x01}));
+    EXPECT_EQ(*changes->received()[1].first, ChannelValue(5, {0xA0}, {0x01}));
+    EXPECT_EQ(*changes->received()[1].second, ChannelValue(5, {}, {0x02}));
+    // The stored value is the reported object, and the old one was not changed.
+    EXPECT_EQ(cache.getChannel(5), changes->received()[1].second);
+    EXPECT_EQ(changes->received()[0].second->getData(), Bytes{0x01});
+}
+
+TEST(ChannelCache, GetChannelOfAnUnknownIdMakesAnEmptyEntry) {
+    ChannelCache cache;
+    auto changes = std::make_shared<Changes>();
+    cache.addReceiver(changes);
+    EXPECT_FALSE(cache.hasChannel(9));
+    EXPECT_EQ(cache.getChannel(9), nullptr);
+    EXPECT_TRUE(cache.hasChannel(9));
+    cache.receive(value(9, {0x01}));
+    ASSERT_EQ(changes->count(), 1u);
+    EXPECT_EQ(changes->received()[0].first, nullptr);
+}
+
+TEST(ChannelCache, AListenerRemovingItselfStillLetsTheReportFinish) {
+    ChannelCache cache;
+    struct OneShot : Receiver<ChannelCache::Change> {
+        void receive(const ChannelCache::Change&) override {
+            ++calls;
+            cache->removeReceiver(self.lock());
+        }
+        ChannelCache* cache = nullptr;
+        std::weak_ptr<OneShot> self;
+        int calls = 0;
+    };
+    auto oneShot = std::make_shared<OneShot>();
+    oneShot->cache = &cache;
+    oneShot->self = oneShot;
+    auto after = std::make_shared<Changes>();
+    cache.addReceiver(oneShot);
+    cache.addReceiver(after);
+    cache.receive(value(1, {0x01}));
+    cache.receive(value(1, {0x02}));
+    EXPECT_EQ(oneShot->calls, 1);
+    EXPECT_EQ(after->count(), 2u);
+}
+
+TEST(ChannelIdMappingTransform, RenamesMappedChannelsAndPassesTheRestThrough) {
+    auto out = std::make_shared<Outcomes>();
+    ChannelIdMappingTransform mapping(out);
+    mapping.addMapping(5, 105);
+    mapping.receive(value(5, {0x01}, {0x0A}));
+    mapping.receive(value(6, {0x02}));
+    mapping.addMapping(5, 200);
+    mapping.receive(GetOutcome(5, 7));
+    EXPECT_EQ(out->received(), (std::vector<GetOutcome>{value(105, {0x01}, {0x0A}),
+                                                        value(6, {0x02}), GetOutcome(200, 7)}));
+}
+
+TEST(BitfieldMultiplexedTransform, EmitsOneByteOutcomePerBitInAscendingOrder) {
+    auto out = std::make_shared<Outcomes>();
+    BitfieldMultiplexedTransform split(out);
+    split.receive(value(1, {0xFF}));  // no bitfields: nothing
+    EXPECT_EQ(out->count(), 0u);
+
+    split.setBitfield(16, 1002);
+    split.setBitfield(9, 1001);
+    split.setBitfield(0, 1000);
+    split.receive(value(1, {0x01, 0x02}, {0xAB}));
+    EXPECT_EQ(out->received(),
+              (std::vector<GetOutcome>{value(1000, {0x01}, {0xAB}), value(1001, {0x01}, {0xAB}),
+                                       GetOutcome(1002, 2)}));
+    out->clear();
+    split.setBitfield(16, 1003);  // replaces the channel of bit 16
+    split.setBitfield(7, 1007);
+    split.setBitfield(6, 1006);
+    split.receive(value(1, {0x80}));
+    EXPECT_EQ(out->received(), (std::vector<GetOutcome>{value(1000, {0x00}), value(1006, {0x00}),
+                                                        value(1007, {0x01}), GetOutcome(1001, 2),
+                                                        GetOutcome(1003, 2)}));
+}
+
+TEST(ChannelProcessing, MappingIntoBitfieldIntoCacheAsAnApplicationChainsThem) {
+    auto cache = std::make_shared<ChannelCache>();
+    auto changes = std::make_shared<Changes>();
+    cache->addReceiver(changes);
+    auto split = std::make_shared<BitfieldMultiplexedTransform>(cache);
+    split->setBitfield(0, 500);
+    split->setBitfield(1, 501);
+    auto mapping = std::make_shared<ChannelIdMappingTransform>(split);
+    mapping->addMapping(40, 4000);
+
+    // As pushes of a status channel arrive, only bits that flip are reported.
+    for (unsigned char status : {0x00, 0x01, 0x01, 0x03, 0x02}) {
+        mapping->receive(value(40, {status}));
+    }
+    std::vector<std::pair<unsigned int, int>> flips;
+    for (const auto& change : changes->received()) {
+        flips.emplace_back(change.second->getChannelId(), change.second->getData().at(0));
+    }
+    EXPECT_EQ(flips, (std::vector<std::pair<unsigned int, int>>{
+                         {500, 0}, {501, 0}, {500, 1}, {501, 1}, {500, 0}}));
+    EXPECT_EQ(cache->getChannel(501)->getData(), Bytes{0x01});
+}

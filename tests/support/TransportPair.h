@@ -1,0 +1,71 @@
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "chanlink/transport/Transport.h"
+
+namespace testing_support {
+
+// Two in-memory transports joined back to back: what one end writes, the
+// other reads. Each direction holds at most capacity bytes. An end's tick()
+// runs its hook first, so a scripted peer can serve inside the client's own
+// tick (the library has no threads, and neither do these tests).
+class MemoryTransport : public Transport {
+public:
+    using Bytes = std::deque<unsigned char>;
+
+    MemoryTransport(std::shared_ptr<Bytes> in, std::shared_ptr<Bytes> out, int capacity)
+        : in(std::move(in)), out(std::move(out)), capacity(capacity) {}
+
+    int read(void* buffer, int length) override {
+        const int n = std::min(length, static_cast<int>(in->size()));
+        if (n <= 0 || buffer == nullptr) {
+            return 0;
+        }
+        std::copy(in->begin(), in->begin() + n, static_cast<unsigned char*>(buffer));
+        in->erase(in->begin(), in->begin() + n);
+        return n;
+    }
+
+    int write(const void* buffer, int length) override {
+        const int n = std::min(length, capacity - static_cast<int>(out->size()));
+        if (n <= 0 || buffer == nullptr) {
+            return 0;
+        }
+        const auto* bytes = static_cast<const unsigned char*>(buffer);
+        out->insert(out->end(), bytes, bytes + n);
+        return n;
+    }
+
+    void tick() override {
+        if (onTick) {
+            onTick();
+        }
+    }
+
+    // Bytes waiting to be read by this end.
+    std::size_t readable() const { return in->size(); }
+
+    std::function<void()> onTick;
+
+private:
+    std::shared_ptr<Bytes> in;
+    std::shared_ptr<Bytes> out;
+    int capacity;
+};
+
+// {client end, peer end}.
+inline std::pair<std::shared_ptr<MemoryTransport>, std::shared_ptr<MemoryTransport>>
+makeTransportPair(int capacity = 1 << 20) {
+    auto toPeer = std::make_shared<MemoryTransport::Bytes>();
+    auto toClient = std::make_shared<MemoryTransport::Bytes>();
+    return {std::make_shared<MemoryTransport>(toClient, toPeer, capacity),
+            std::make_shared<MemoryTransport>(toPeer, toClient, capacity)};
+}
+
+}  // namespace testing_support
