@@ -4,7 +4,9 @@
 # sanitizers. Any memory error, any definitely or indirectly lost block, or a
 # failing test fails the run.
 #
-# Usage: scripts/valgrind-test.sh
+# Usage: scripts/valgrind-test.sh [PRESET]
+#   PRESET: valgrind (default, build/valgrind) or another preset without
+#   sanitizers, e.g. dev, to reuse a build that is already there (CI does).
 #
 # Each program runs whole, not test by test as `ctest -T memcheck` would, so
 # valgrind starts once per program instead of once per test case.
@@ -13,10 +15,15 @@ cd "$(dirname "$0")/.."
 
 scripts/require-packages.sh cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev valgrind
 
-build=build/valgrind
+preset="${1:-valgrind}"
+build="build/$preset"
 jobs="$(nproc 2>/dev/null || echo 2)"
-cmake --preset valgrind >/dev/null
-cmake --build --preset valgrind -j "$jobs"
+cmake --preset "$preset" >/dev/null
+if grep -q '^CMAKE_CXX_FLAGS:.*-fsanitize' "$build/CMakeCache.txt"; then
+    echo "preset $preset uses sanitizers, which do not run under valgrind" >&2
+    exit 2
+fi
+cmake --build --preset "$preset" -j "$jobs"
 
 mapfile -t programs < <(find "$build" -type f -name 'chanlink_*_tests' -perm -u+x | sort)
 if [ ${#programs[@]} -eq 0 ]; then
