@@ -77,3 +77,8 @@
 #include "chanlink/processing/BitfieldMultiplexedTransform.h"
 #include "chanlink/processing/ChannelCache.h"
 #include "chanlink/processing/ChannelIdMappingTransform.h"
+
+// Device side
+#include "chanlink/server/ChannelStore.h"
+#include "chanlink/server/LiveChannel.h"
+#include "chanlink/server/MemoryChannelStore.h"
