@@ -47,11 +47,8 @@ TEST(DeviceChannelTable, TheBuiltInTableIsTheDocumentedOne) {
     EXPECT_EQ(live[1].getPeriod(), std::chrono::milliseconds(300));
     EXPECT_EQ(live[1].getBits(), 4u);
 
-    // The printed form reads back as the same table.
-    std::string again;
-    const auto reread = parse(ChannelTable::format(*table), again);
-    ASSERT_TRUE(reread) << again;
-    EXPECT_EQ(ChannelTable::format(*reread), ChannelTable::format(*table));
+    // Printed, the table is the very text it was read from.
+    EXPECT_EQ(ChannelTable::format(*table), ChannelTable::defaultText());
 }
 
 TEST(DeviceChannelTable, EachFaultIsNamedWithItsLine) {

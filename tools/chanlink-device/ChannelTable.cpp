@@ -1,5 +1,6 @@
 #include "ChannelTable.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 #include <set>
@@ -171,7 +172,8 @@ const char* ChannelTable::defaultText() {
 }
 
 std::string ChannelTable::format(const std::vector<ChannelSpec>& channels) {
-    std::string text = "# id  size  initial  access  live  name\n";
+    std::vector<std::vector<std::string>> rows{
+        {"# id", "size", "initial", "access", "live", "name"}};
     for (const ChannelSpec& spec : channels) {
         std::string live = "-";
         if (spec.live == ChannelSpec::Counter) {
@@ -180,9 +182,27 @@ std::string ChannelTable::format(const std::vector<ChannelSpec>& channels) {
             live =
                 "toggle:" + std::to_string(spec.period.count()) + ":" + std::to_string(spec.bits);
         }
-        text += std::to_string(spec.id) + " " + std::to_string(spec.initial.size()) + " " +
-                toHex(spec.initial) + " " + (spec.readOnly ? "ro" : "rw") + " " + live;
-        text += spec.name.empty() ? "\n" : " " + spec.name + "\n";
+        rows.push_back({std::to_string(spec.id), std::to_string(spec.initial.size()),
+                        toHex(spec.initial), spec.readOnly ? "ro" : "rw", live, spec.name});
+    }
+    // Columns aligned two blanks apart, as a person would write the file.
+    std::vector<std::size_t> widths(rows[0].size(), 0);
+    for (const auto& row : rows) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    std::string text;
+    for (const auto& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            line += row[i];
+            if (i + 1 < row.size()) {
+                line += std::string(widths[i] - row[i].size() + 2, ' ');
+            }
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + "\n";
     }
     return text;
 }

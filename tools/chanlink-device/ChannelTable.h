@@ -35,7 +35,8 @@ public:
     static std::optional<std::vector<ChannelSpec>> parse(std::istream& text, std::string& error);
     // The built-in table, as channel-file text.
     static const char* defaultText();
-    // The table in channel-file text, one line per channel, header first.
+    // The table in channel-file text: a header line, then one line per
+    // channel, columns aligned. defaultText() is its own format.
     static std::string format(const std::vector<ChannelSpec>& channels);
 
     // Adds every channel to store, and returns the live ones, not started.
