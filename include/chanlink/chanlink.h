@@ -53,6 +53,7 @@
 #include "chanlink/endpoint/Session.h"
 
 // Client operations and session
+#include "chanlink/client/ClientClock.h"
 #include "chanlink/client/ClientGetManager.h"
 #include "chanlink/client/ClientLoginManager.h"
 #include "chanlink/client/ClientPushSubscriptionManager.h"
