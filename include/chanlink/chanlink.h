@@ -70,6 +70,7 @@
 #include "chanlink/client/LoginValveController.h"
 #include "chanlink/client/QueuedSetOperation.h"
 #include "chanlink/client/ReasonCode.h"
+#include "chanlink/client/ReconnectingClient.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/client/SetOutcomeTransform.h"
 #include "chanlink/client/SetResponseToSetOutcomeTransform.h"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "chanlink/client/ClientSessionBuilder.h"
+#include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/messages/GetRequest.h"
 #include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/SetRequest.h"
@@ -144,4 +145,17 @@ TEST(TimedBlockingCalls, ACopiedSessionAnswersAtOnce) {
     EXPECT_EQ(copy.blockingSet(1, {}, 10ms)->getReasonCode(), 131);
     EXPECT_TRUE(copy.waitForActivity(10ms));
     EXPECT_EQ(copy.getPollDescriptor().fd, -1);
+}
+
+TEST(TimedBlockingCalls, ReturnWhenMadeFromInsideAReceiver) {
+    Timed t;
+    std::optional<GetOutcome> fromReceiver;
+    t.session->addLoginOutcomeReceiver(makeReceiver<LoginOutcome>([&](const LoginOutcome& outcome) {
+        if (outcome.loggedIn()) {
+            fromReceiver = t.session->blockingGet(3, 1000ms);
+        }
+    }));
+    ASSERT_TRUE(t.session->blockingLogin(1000ms)->loggedIn());
+    ASSERT_TRUE(fromReceiver.has_value());
+    EXPECT_EQ(fromReceiver->getData(), Bytes{0x33});
 }
