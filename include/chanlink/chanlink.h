@@ -53,6 +53,7 @@
 #include "chanlink/endpoint/Session.h"
 
 // Client operations and session
+#include "chanlink/client/ClientClock.h"
 #include "chanlink/client/ClientGetManager.h"
 #include "chanlink/client/ClientLoginManager.h"
 #include "chanlink/client/ClientPushSubscriptionManager.h"
@@ -69,6 +70,7 @@
 #include "chanlink/client/LoginValveController.h"
 #include "chanlink/client/QueuedSetOperation.h"
 #include "chanlink/client/ReasonCode.h"
+#include "chanlink/client/ReconnectingClient.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/client/SetOutcomeTransform.h"
 #include "chanlink/client/SetResponseToSetOutcomeTransform.h"

@@ -48,6 +48,18 @@ void ClientGetManager::receive(const LoginOutcome& outcome) {
     }
 }
 
+void ClientGetManager::cancelRequest(unsigned int channelId,
+                                     std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    const auto found = pendingRequests.find(channelId);
+    if (found == pendingRequests.end()) {
+        return;
+    }
+    found->second.removeReceiver(std::move(receiver));
+    if (!found->second.hasReceivers()) {
+        pendingRequests.erase(found);
+    }
+}
+
 bool ClientGetManager::isPending(unsigned int channelId) const {
     const auto found = pendingRequests.find(channelId);
     return found != pendingRequests.end() && found->second.hasReceivers();

@@ -1,6 +1,7 @@
 #include "chanlink/client/ClientSession.h"
 
 #include "chanlink/flow/QueuedReceiver.h"
+#include "chanlink/transport/TCPTransport.h"
 
 ClientSession::ClientSession(std::shared_ptr<Transport> transport,
                              std::shared_ptr<ClientGetManager> getManager,
@@ -65,6 +66,120 @@ GetOutcome ClientSession::blockingGet(unsigned int channelId) {
         tick();
     }
     return queue->dequeue();
+}
+
+std::optional<LoginOutcome> ClientSession::blockingLogin(std::chrono::milliseconds timeout) {
+    if (!initiateLogin()) {
+        return LoginOutcome(LoginOutcome::Failure);
+    }
+    if (!tickUntil([this] { return !getLoginState().loginPending(); }, timeout)) {
+        return std::nullopt;
+    }
+    return getLoginState();
+}
+
+std::optional<GetOutcome> ClientSession::blockingGet(unsigned int channelId,
+                                                     std::chrono::milliseconds timeout) {
+    if (!getManager) {
+        return GetOutcome(channelId, SetOutcome::Discarded);
+    }
+    const auto queue = std::make_shared<QueuedReceiver<GetOutcome>>();
+    requestChannel(channelId, queue);
+    if (!tickUntil([&queue] { return !queue->empty(); }, timeout)) {
+        cancelRequest(channelId, queue);
+        return std::nullopt;
+    }
+    return queue->dequeue();
+}
+
+std::optional<SetOutcome> ClientSession::blockingSet(unsigned int channelId,
+                                                     const std::vector<unsigned char>& data,
+                                                     std::chrono::milliseconds timeout) {
+    if (!setManager) {
+        return SetOutcome(channelId, SetOutcome::Discarded);
+    }
+    const auto queue = std::make_shared<QueuedReceiver<SetOutcome>>();
+    setChannel(channelId, data, queue);
+    // A set that cannot be built is reported from inside setChannel.
+    if (queue->empty() && !tickUntil([&queue] { return !queue->empty(); }, timeout)) {
+        cancelSet(queue);
+        return std::nullopt;
+    }
+    return queue->dequeue();
+}
+
+bool ClientSession::tickUntil(const std::function<bool()>& done,
+                              std::chrono::milliseconds timeout) {
+    const std::shared_ptr<ClientClock> time = getClock();
+    const ClientClock::TimePoint deadline = ClientClock::deadlineAfter(time->now(), timeout);
+    for (;;) {
+        tick();
+        if (done()) {
+            return true;
+        }
+        const std::chrono::milliseconds remaining =
+            ClientClock::remainingUntil(time->now(), deadline);
+        if (remaining.count() == 0) {
+            return false;
+        }
+        waitForActivity(remaining);
+    }
+}
+
+bool ClientSession::waitForActivity(std::chrono::milliseconds timeout) {
+    const pollfd entry = getPollDescriptor();
+    if (entry.fd >= 0) {
+        return getClock()->waitFor(entry.fd, entry.events, timeout);
+    }
+    if (dynamic_cast<const TCPTransport*>(getTransport().get()) != nullptr) {
+        getClock()->waitFor(-1, 0, timeout);
+        return false;
+    }
+    return true;
+}
+
+pollfd ClientSession::getPollDescriptor() const {
+    pollfd entry{};
+    entry.fd = -1;
+    const auto* tcp = dynamic_cast<const TCPTransport*>(getTransport().get());
+    if (tcp == nullptr || tcp->getSocket() <= 0) {
+        return entry;
+    }
+    switch (tcp->state()) {
+        case ConnectionOutcome::Connecting:
+            // A connect under way completes when the socket turns writable.
+            entry.fd = tcp->getSocket();
+            entry.events = POLLOUT;
+            break;
+        case ConnectionOutcome::Connected:
+            entry.fd = tcp->getSocket();
+            entry.events = static_cast<short>(POLLIN | (pendingOutputBytes() > 0 ? POLLOUT : 0));
+            break;
+        default:
+            break;
+    }
+    return entry;
+}
+
+void ClientSession::cancelRequest(unsigned int channelId,
+                                  std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    if (getManager) {
+        getManager->cancelRequest(channelId, std::move(receiver));
+    }
+}
+
+void ClientSession::cancelSet(const std::shared_ptr<Receiver<SetOutcome>>& receiver) {
+    if (setManager) {
+        setManager->cancelSet(receiver);
+    }
+}
+
+void ClientSession::setClock(std::shared_ptr<ClientClock> newClock) {
+    clock = std::move(newClock);
+}
+
+std::shared_ptr<ClientClock> ClientSession::getClock() const {
+    return clock ? clock : ClientClock::system();
 }
 
 void ClientSession::requestChannel(unsigned int channelId,

@@ -62,6 +62,25 @@ void ClientSetManager::reset() {
     }
 }
 
+void ClientSetManager::cancelSet(const std::shared_ptr<Receiver<SetOutcome>>& receiver) {
+    if (!receiver) {
+        return;
+    }
+    for (QueuedSetOperation& operation : pending) {
+        if (operation.receiver == receiver) {
+            operation.receiver.reset();
+        }
+    }
+    // Withdrawn operations are released only after the queue is consistent,
+    // in case releasing a receiver calls back into this manager.
+    std::deque<QueuedSetOperation> withdrawn;
+    std::deque<QueuedSetOperation> kept;
+    for (QueuedSetOperation& operation : queued) {
+        (operation.receiver == receiver ? withdrawn : kept).push_back(std::move(operation));
+    }
+    queued.swap(kept);
+}
+
 void ClientSetManager::reportOutcome(QueuedSetOperation& operation, const SetOutcome& outcome) {
     if (operation.receiver) {
         operation.receiver->receive(outcome);

@@ -14,6 +14,7 @@ constexpr Entry Entries[] = {
     {ReasonCode::BitBeyondData, "BitBeyondData", "bit lies beyond the channel's data"},
     {ReasonCode::Discarded, "Discarded", "discarded before an answer came"},
     {ReasonCode::ConnectionLost, "ConnectionLost", "connection lost before an answer came"},
+    {ReasonCode::NotConnected, "NotConnected", "not connected; the request was not sent"},
     {ReasonCode::NotLoggedIn, "NotLoggedIn", "not logged in"},
     {ReasonCode::UnknownChannel, "UnknownChannel", "no such channel"},
     {ReasonCode::ReadOnlyChannel, "ReadOnlyChannel", "channel is read-only"},

@@ -118,3 +118,29 @@ TEST(GetOutcomeTransform, TurnsValuesAndGetErrorsIntoOutcomes) {
     EXPECT_EQ(outcomes->received(),
               (std::vector<GetOutcome>{GetOutcome(9, 1), GetOutcome(4, 255)}));
 }
+
+TEST(ClientGetManager, ACancelledReceiverIsForgottenAndTheLastOneTakesTheChannelWithIt) {
+    auto sent = std::make_shared<SentMessages>();
+    ClientGetManager manager(sent);
+    auto kept = std::make_shared<Outcomes>();
+    auto cancelled = std::make_shared<Outcomes>();
+    manager.requestChannel(5, kept);
+    manager.requestChannel(5, cancelled);
+    manager.cancelRequest(5, cancelled);
+    manager.cancelRequest(5, cancelled);  // no longer waiting: nothing happens
+    manager.cancelRequest(6, kept);       // not waiting for 6
+    manager.receive(value(5, 1));
+    EXPECT_EQ(kept->received(), std::vector<GetOutcome>{value(5, 1)});
+    EXPECT_TRUE(cancelled->received().empty());
+
+    for (int i = 0; i < 50; ++i) {  // as repeated timeouts on a silent channel do
+        auto waiting = std::make_shared<Outcomes>();
+        manager.requestChannel(9, waiting);
+        manager.cancelRequest(9, waiting);
+    }
+    EXPECT_FALSE(manager.isPending(9));
+    EXPECT_EQ(manager.pendingChannelCount(), 0u);
+    sent->take();
+    manager.receive(LoginOutcome(LoginOutcome::Success));
+    EXPECT_TRUE(sent->take().empty());  // a forgotten channel is not asked for again
+}

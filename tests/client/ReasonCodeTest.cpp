@@ -6,10 +6,11 @@
 #include "chanlink/client/ReasonCode.h"
 
 TEST(ReasonCode, EveryDefinedCodeIsDistinctAndNamed) {
-    const unsigned char codes[] = {
-        ReasonCode::Success,        ReasonCode::SetRequestNotBuilt, ReasonCode::BitBeyondData,
-        ReasonCode::Discarded,      ReasonCode::ConnectionLost,     ReasonCode::NotLoggedIn,
-        ReasonCode::UnknownChannel, ReasonCode::ReadOnlyChannel,    ReasonCode::WrongDataSize};
+    const unsigned char codes[] = {ReasonCode::Success,         ReasonCode::SetRequestNotBuilt,
+                                   ReasonCode::BitBeyondData,   ReasonCode::Discarded,
+                                   ReasonCode::ConnectionLost,  ReasonCode::NotConnected,
+                                   ReasonCode::NotLoggedIn,     ReasonCode::UnknownChannel,
+                                   ReasonCode::ReadOnlyChannel, ReasonCode::WrongDataSize};
     std::set<unsigned char> distinct;
     std::set<std::string> names;
     for (unsigned char code : codes) {
@@ -22,4 +23,5 @@ TEST(ReasonCode, EveryDefinedCodeIsDistinctAndNamed) {
     EXPECT_STREQ(ReasonCode::name(ReasonCode::UnknownChannel), "UnknownChannel");
     EXPECT_EQ(ReasonCode::name(77), nullptr);
     EXPECT_STREQ(ReasonCode::describe(77), "device-specific reason");
+    EXPECT_STREQ(ReasonCode::name(133), "NotConnected");
 }

@@ -117,3 +117,33 @@ TEST(SetOutcomeTransform, TurnsSetResponsesAndSetErrorsIntoOutcomes) {
     EXPECT_EQ(outcomes->received(),
               (std::vector<SetOutcome>{SetOutcome(7, 255), SetOutcome(0x102, 5)}));
 }
+
+TEST(ClientSetManager, CancellingWithdrawsQueuedSetsAndMutesTheOneInFlight) {
+    auto sent = std::make_shared<SentMessages>();
+    ClientSetManager manager(sent);
+    auto inFlight = std::make_shared<Outcomes>();
+    auto queued = std::make_shared<Outcomes>();
+    auto other = std::make_shared<Outcomes>();
+    manager.setChannel(3, {0x01}, inFlight);
+    manager.setChannel(3, {0x02}, queued);
+    manager.setChannel(4, {0x03}, other);
+    manager.cancelSet(queued);
+    manager.cancelSet(inFlight);
+    manager.cancelSet(nullptr);
+    EXPECT_EQ(manager.outstanding(), 2u);  // the one in flight still waits for its answer
+    EXPECT_EQ(sent->take().size(), 1u);
+
+    // The late answer completes the cancelled set, not a later one.
+    manager.receive(SetOutcome(3, 255));
+    EXPECT_TRUE(inFlight->received().empty());
+    EXPECT_EQ(sent->take().size(), 1u);  // channel 4 leaves; the withdrawn set never does
+    manager.receive(SetOutcome(4, 255));
+    EXPECT_EQ(other->received(), std::vector<SetOutcome>{SetOutcome(4, 255)});
+    EXPECT_TRUE(queued->received().empty());
+
+    manager.setChannel(5, {0x04}, inFlight);
+    manager.cancelSet(inFlight);
+    manager.reset();  // a cancelled set is not reported, not even with 131
+    EXPECT_TRUE(inFlight->received().empty());
+    EXPECT_EQ(manager.outstanding(), 0u);
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <memory>
 
@@ -39,6 +40,15 @@ public:
 
     // Whether any receiver waits for the channel.
     bool isPending(unsigned int channelId) const;
+
+    // Stops receiver waiting for the channel: it gets no outcome for the
+    // request it made. When it was the channel's last waiting receiver the
+    // channel is forgotten altogether, so it is not asked for again on the
+    // next login and a late answer reaches nobody. A request already sent
+    // stays sent. Does nothing when receiver does not wait for the channel.
+    void cancelRequest(unsigned int channelId, std::shared_ptr<Receiver<GetOutcome>> receiver);
+    // Number of channels that receivers wait for.
+    std::size_t pendingChannelCount() const { return pendingRequests.size(); }
 
 private:
     void sendRequest(unsigned int channelId);

@@ -1,8 +1,14 @@
 #pragma once
 
+#include <poll.h>
+
+#include <chrono>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
+#include "chanlink/client/ClientClock.h"
 #include "chanlink/client/ClientGetManager.h"
 #include "chanlink/client/ClientLoginManager.h"
 #include "chanlink/client/ClientPushSubscriptionManager.h"
@@ -65,6 +71,63 @@ public:
     // has succeeded the request waits, and so does the call.
     GetOutcome blockingGet(unsigned int channelId);
 
+    // Timed forms of the blocking calls. Each ticks until its answer is there
+    // or the timeout has passed, and returns within the timeout plus one tick
+    // whatever the peer does; it is empty when the time ran out. A timeout of
+    // 0 (or less) makes exactly one tick; std::chrono::milliseconds::max()
+    // waits without limit. Between ticks they wait with waitForActivity(), so
+    // waiting on a TCP connection costs next to no processor time.
+
+    // initiateLogin(), then ticks until the login is no longer Pending.
+    // Failure at once, without a tick, when no request can be built. On
+    // timeout the login stays Pending, and a late answer still counts.
+    std::optional<LoginOutcome> blockingLogin(std::chrono::milliseconds timeout);
+    // As blockingGet(channelId), but on timeout the call stops waiting
+    // (cancelRequest), so repeated timeouts leave nothing behind in the get
+    // manager and a late answer reaches nobody. Like every request, one made
+    // before a login has succeeded is held until it does, and then still
+    // leaves.
+    std::optional<GetOutcome> blockingGet(unsigned int channelId,
+                                          std::chrono::milliseconds timeout);
+    // setChannel(), then ticks until the set's outcome arrives. On timeout
+    // the set is cancelled (cancelSet): if it was still queued behind another
+    // set it is never sent; if it was sent, the device may yet apply it, and
+    // later sets wait behind it until its answer comes or reset() is called,
+    // as they would behind any unanswered set. Empty therefore means "not
+    // known whether the device applied it".
+    std::optional<SetOutcome> blockingSet(unsigned int channelId,
+                                          const std::vector<unsigned char>& data,
+                                          std::chrono::milliseconds timeout);
+
+    // Waits, without spinning, until the next tick has something to do or
+    // the timeout has passed; call tick() afterwards either way (requests
+    // made since the last tick leave with the next tick, not with the wait).
+    // Over a TCP transport it waits on the socket: until readable, or
+    // writable while connecting or while sent bytes wait; true when it is.
+    // A TCP transport without a connection can bring nothing, so the timeout
+    // is waited out and the result is false. A transport without a socket
+    // (in-memory) returns true at once, without waiting.
+    bool waitForActivity(std::chrono::milliseconds timeout);
+    // For applications that run their own event loop: the transport's socket
+    // and the poll events (POLLIN; POLLOUT while connecting or while sent
+    // bytes wait) on which a tick has work to do. Watch it and call tick()
+    // when it is ready. fd is -1, which poll skips, when there is nothing to
+    // watch (no socket, or no connection); then tick on the loop's own
+    // schedule. revents is 0.
+    pollfd getPollDescriptor() const;
+
+    // The get manager's cancelRequest: receiver stops waiting for the
+    // channel and gets no outcome for it.
+    void cancelRequest(unsigned int channelId, std::shared_ptr<Receiver<GetOutcome>> receiver);
+    // The set manager's cancelSet: the sets reporting to receiver are given
+    // up on without being reported (see ClientSetManager::cancelSet).
+    void cancelSet(const std::shared_ptr<Receiver<SetOutcome>>& receiver);
+
+    // The clock that the timed calls read and wait with; ClientClock::system()
+    // until replaced. An empty pointer restores the system clock.
+    void setClock(std::shared_ptr<ClientClock> clock);
+    std::shared_ptr<ClientClock> getClock() const;
+
     // Asks for the channel once; receiver gets the first outcome for it.
     void requestChannel(unsigned int channelId, std::shared_ptr<Receiver<GetOutcome>> receiver);
     // Writes the channel; receiver (may be empty) gets exactly one SetOutcome.
@@ -88,6 +151,10 @@ public:
     void addErrorResponseReceiver(std::shared_ptr<Receiver<ErrorResponse>> receiver);
 
 private:
+    // Ticks, then waits for activity, until done() holds or the timeout has
+    // passed; whether done() held.
+    bool tickUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout);
+
     std::shared_ptr<ClientGetManager> getManager;
     std::shared_ptr<ClientSetManager> setManager;
     std::shared_ptr<ClientSubscriptionManager> subscriptionManager;
@@ -95,4 +162,5 @@ private:
     std::shared_ptr<ClientLoginManager> loginManager;
     std::shared_ptr<Dispatcher<LoginOutcome>> loginOutcomeDispatcher;
     std::shared_ptr<Dispatcher<ErrorResponse>> errorResponseDispatcher;
+    std::shared_ptr<ClientClock> clock;
 };

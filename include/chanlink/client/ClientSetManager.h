@@ -39,6 +39,15 @@ public:
     // Operations not answered yet, the one in flight included.
     std::size_t outstanding() const { return pending.size() + queued.size(); }
 
+    // Gives up on the operations that report to receiver (compared by
+    // identity), without reporting them. Those still queued are withdrawn:
+    // they are never sent. One already in flight cannot be called back; it
+    // stays in flight, its outcome going nowhere, so that its answer when it
+    // comes is not taken for a later set of the same channel. Until that
+    // answer or reset() it still holds back the sets behind it. An empty
+    // receiver matches nothing.
+    void cancelSet(const std::shared_ptr<Receiver<SetOutcome>>& receiver);
+
 protected:
     // Sends the front queued operation if no set is in flight.
     void send();

@@ -14,6 +14,7 @@ public:
     static constexpr unsigned char BitBeyondData = 2;       // bitfield split: bit past the data
     static constexpr unsigned char Discarded = 131;         // set dropped by reset or destruction
     static constexpr unsigned char ConnectionLost = 132;    // connection dropped before the answer
+    static constexpr unsigned char NotConnected = 133;      // no connection: request never sent
 
     // Sent by the device layer in error responses.
     static constexpr unsigned char NotLoggedIn = 16;      // request before a successful login

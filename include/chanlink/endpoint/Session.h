@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "chanlink/endpoint/IncomingEndPoint.h"
@@ -30,6 +31,11 @@ public:
 
     // The transport this session drives (empty for a copy).
     const std::shared_ptr<Transport>& getTransport() const { return transport; }
+    // Encoded bytes that the transport has not taken yet (0 for a copy):
+    // while there are any, the next tick has writing to do.
+    std::size_t pendingOutputBytes() const {
+        return outgoingEndPoint ? outgoingEndPoint->pendingBytes() : 0;
+    }
 
 private:
     std::shared_ptr<Transport> transport;

@@ -1,0 +1,555 @@
+#include "chanlink/client/ReconnectingClient.h"
+
+#include <algorithm>
+#include <list>
+#include <map>
+
+#include "chanlink/client/ClientSessionBuilder.h"
+#include "chanlink/client/ReasonCode.h"
+#include "chanlink/flow/FunctionReceiver.h"
+#include "chanlink/flow/QueuedReceiver.h"
+
+namespace {
+
+// Stands between one set and the session that carries it, so that the set is
+// answered exactly once: by the device, or by the client when the connection
+// goes (after which the dying session's own reports are ignored).
+class SetRelay : public Receiver<SetOutcome> {
+public:
+    SetRelay(unsigned int channelId, std::shared_ptr<Receiver<SetOutcome>> target)
+        : channelId(channelId), target(std::move(target)) {}
+
+    void receive(const SetOutcome& outcome) override {
+        if (done) {
+            return;
+        }
+        done = true;
+        const std::shared_ptr<Receiver<SetOutcome>> answered = std::move(target);
+        if (answered) {
+            answered->receive(outcome);
+        }
+    }
+    void cancel() {
+        done = true;
+        target.reset();
+    }
+    bool isDone() const { return done; }
+    bool reportsTo(const std::shared_ptr<Receiver<SetOutcome>>& receiver) const {
+        return !done && target == receiver;
+    }
+
+    const unsigned int channelId;
+
+private:
+    std::shared_ptr<Receiver<SetOutcome>> target;
+    bool done = false;
+};
+
+}  // namespace
+
+// What the client keeps across sessions. The relays registered in each
+// session reach it through a weak pointer: an application may hold a session
+// longer than the client.
+struct ReconnectingClient::Registry {
+    std::map<unsigned int, Dispatcher<GetOutcome>> subscriptions;
+    std::map<unsigned int, Dispatcher<GetOutcome>> pushSubscriptions;
+    std::map<unsigned int, Dispatcher<GetOutcome>> pendingGets;
+    std::list<std::shared_ptr<SetRelay>> pendingSets;
+    std::shared_ptr<Receiver<GetOutcome>> subscriptionRelay;
+    std::shared_ptr<Receiver<GetOutcome>> pushSubscriptionRelay;
+    std::shared_ptr<Receiver<GetOutcome>> getRelay;
+    // Counts sessions; the relays of older ones are muted.
+    unsigned long generation = 0;
+    // The last settled login outcome of the current session, taken by the
+    // next progress(); the state is never changed from inside a session's tick.
+    std::optional<LoginOutcome> loginHeard;
+};
+
+ReconnectingClient::ReconnectingClient(const std::string& host, const std::string& service,
+                                       const std::string& username, const std::string& password,
+                                       std::shared_ptr<ClientClock> clock)
+    : host(host),
+      service(service),
+      username(username),
+      password(password),
+      clock(clock ? std::move(clock) : ClientClock::system()),
+      registry(std::make_shared<Registry>()),
+      loginReceivers(std::make_shared<Dispatcher<LoginOutcome>>()),
+      errorReceivers(std::make_shared<Dispatcher<ErrorResponse>>()) {}
+
+void ReconnectingClient::makeRelays() {
+    const unsigned long generation = ++registry->generation;
+    const std::weak_ptr<Registry> weak = registry;
+    // What a session delivers counts only while it is the current one: the
+    // rest of a dropped session's last tick reaches nobody.
+    const auto current = [weak, generation]() -> std::shared_ptr<Registry> {
+        auto shared = weak.lock();
+        return shared && shared->generation == generation ? shared : nullptr;
+    };
+    const auto subscriptionRelay = [current](auto map) {
+        return makeReceiver<GetOutcome>([current, map](const GetOutcome& outcome) {
+            if (const auto shared = current()) {
+                auto& subscriptions = (*shared).*map;
+                const auto found = subscriptions.find(outcome.getChannelId());
+                if (found != subscriptions.end()) {
+                    found->second.receive(outcome);  // safe even if a receiver erases the entry
+                }
+            }
+        });
+    };
+    registry->subscriptionRelay = subscriptionRelay(&Registry::subscriptions);
+    registry->pushSubscriptionRelay = subscriptionRelay(&Registry::pushSubscriptions);
+    registry->getRelay = makeReceiver<GetOutcome>([current](const GetOutcome& outcome) {
+        const auto shared = current();
+        if (!shared) {
+            return;
+        }
+        const auto found = shared->pendingGets.find(outcome.getChannelId());
+        if (found == shared->pendingGets.end()) {
+            return;
+        }
+        // Out of the map before delivery, so a receiver asking again starts a new wait.
+        Dispatcher<GetOutcome> waiting = std::move(found->second);
+        shared->pendingGets.erase(found);
+        waiting.receive(outcome);
+    });
+    session->addLoginOutcomeReceiver(makeReceiver<LoginOutcome>(
+        [current, receivers = loginReceivers](const LoginOutcome& outcome) {
+            if (const auto shared = current()) {
+                if (!outcome.loginPending()) {
+                    shared->loginHeard = outcome;
+                }
+                receivers->receive(outcome);
+            }
+        }));
+    session->addErrorResponseReceiver(makeReceiver<ErrorResponse>(
+        [current, receivers = errorReceivers](const ErrorResponse& error) {
+            if (current()) {
+                receivers->receive(error);
+            }
+        }));
+}
+
+ReconnectingClient::~ReconnectingClient() {
+    stop();
+}
+
+void ReconnectingClient::setBackOff(std::chrono::milliseconds initial,
+                                    std::chrono::milliseconds maximum) {
+    initialBackOff = std::max(initial, std::chrono::milliseconds(1));
+    maximumBackOff = std::max(maximum, initialBackOff);
+}
+
+void ReconnectingClient::setAttemptTimeout(std::chrono::milliseconds timeout) {
+    attemptTimeout = std::max(timeout, std::chrono::milliseconds(1));
+}
+
+const char* ReconnectingClient::stateName(State value) {
+    switch (value) {
+        case Stopped:
+            return "Stopped";
+        case Connecting:
+            return "Connecting";
+        case LoggingIn:
+            return "LoggingIn";
+        case Ready:
+            return "Ready";
+        case WaitingToReconnect:
+            return "WaitingToReconnect";
+    }
+    return "Unknown";
+}
+
+void ReconnectingClient::start() {
+    if (state == Stopped) {
+        failedAttempts = 0;
+        beginAttempt();
+    }
+}
+
+void ReconnectingClient::stop() {
+    const unsigned char reason = session ? ReasonCode::ConnectionLost : ReasonCode::NotConnected;
+    // Released at the end, after every request has had its answer.
+    const std::shared_ptr<ClientSession> dropped = std::move(session);
+    const std::shared_ptr<TCPClientTransport> closed = std::move(transport);
+    if (closed) {
+        closed->close();
+    }
+    ++registry->generation;
+    setState(Stopped);
+    failOutstanding(reason);
+}
+
+void ReconnectingClient::beginAttempt() {
+    registry->loginHeard.reset();
+    transport = std::make_shared<TCPClientTransport>(host, service, nullptr);
+    session = ClientSessionBuilder()
+                  .setTransport(transport)
+                  .setUsername(username)
+                  .setPassword(password)
+                  .build();
+    session->setClock(clock);
+    makeRelays();
+    // Requests made while there was no connection have been answered; those
+    // made from now on wait in this session for its login.
+    attemptDeadline = ClientClock::deadlineAfter(clock->now(), attemptTimeout);
+    const std::shared_ptr<ClientSession> attempt = session;
+    transport->connect();
+    setState(Connecting);
+    if (session == attempt) {
+        progress();
+    }
+}
+
+void ReconnectingClient::tick() {
+    workQueued = false;
+    if (!session) {
+        failOutstanding(ReasonCode::NotConnected);
+        if (state == WaitingToReconnect && clock->now() >= retryAt) {
+            beginAttempt();
+        }
+        return;
+    }
+    // Held here so that a receiver stopping the client cannot destroy the
+    // session while it is being ticked.
+    const std::shared_ptr<ClientSession> ticked = session;
+    ticked->tick();
+    if (session == ticked) {
+        progress();
+    }
+}
+
+void ReconnectingClient::progress() {
+    const ConnectionOutcome::ConnectionStates connection = transport->state();
+    if (connection == ConnectionOutcome::ConnectionFailed ||
+        connection == ConnectionOutcome::Closed) {
+        connectionLost();
+        return;
+    }
+    if (state == Connecting && connection == ConnectionOutcome::Connected) {
+        startLogin();
+        return;
+    }
+    if (registry->loginHeard) {
+        const LoginOutcome heard = *registry->loginHeard;
+        registry->loginHeard.reset();
+        if (!heard.loggedIn()) {
+            connectionLost();  // refused: try again later, the device may change its mind
+            return;
+        }
+        if (state == LoggingIn) {
+            becomeReady();
+            return;
+        }
+    }
+    if ((state == Connecting || state == LoggingIn) && clock->now() >= attemptDeadline) {
+        connectionLost();
+    }
+}
+
+void ReconnectingClient::startLogin() {
+    if (!session->initiateLogin()) {
+        stop();  // the credentials cannot be sent: no attempt can ever succeed
+        return;
+    }
+    registry->loginHeard.reset();
+    workQueued = true;
+    setState(LoggingIn);
+}
+
+void ReconnectingClient::becomeReady() {
+    failedAttempts = 0;
+    // The valve is open by now, so each channel is asked for exactly once.
+    const std::shared_ptr<ClientSession> current = session;
+    for (const auto& entry : registry->subscriptions) {
+        current->addSubscription(entry.first, registry->subscriptionRelay);
+    }
+    for (const auto& entry : registry->pushSubscriptions) {
+        current->addPushSubscription(entry.first, registry->pushSubscriptionRelay);
+    }
+    workQueued = true;
+    setState(Ready);
+}
+
+void ReconnectingClient::connectionLost() {
+    const std::shared_ptr<ClientSession> dropped = std::move(session);
+    const std::shared_ptr<TCPClientTransport> closed = std::move(transport);
+    closed->close();
+    ++registry->generation;
+
+    retryDelay = initialBackOff;
+    for (unsigned int i = 0; i < failedAttempts && retryDelay < maximumBackOff; ++i) {
+        retryDelay = retryDelay > maximumBackOff / 2 ? maximumBackOff : retryDelay * 2;
+    }
+    ++failedAttempts;
+    retryAt = ClientClock::deadlineAfter(clock->now(), retryDelay);
+
+    // Taken before anyone hears of the loss: requests made from a receiver
+    // from here on meet no connection and are answered as such.
+    std::map<unsigned int, Dispatcher<GetOutcome>> gets;
+    gets.swap(registry->pendingGets);
+    std::list<std::shared_ptr<SetRelay>> sets;
+    sets.swap(registry->pendingSets);
+
+    setState(WaitingToReconnect);
+    for (auto& entry : gets) {
+        entry.second.receive(GetOutcome(entry.first, ReasonCode::ConnectionLost));
+    }
+    for (const auto& relay : sets) {
+        relay->receive(SetOutcome(relay->channelId, ReasonCode::ConnectionLost));
+    }
+    // The dropped session goes last: its set manager reports the sets it
+    // still held as discarded, to relays that have been answered already.
+}
+
+void ReconnectingClient::failOutstanding(unsigned char reason) {
+    if (registry->pendingGets.empty() && registry->pendingSets.empty()) {
+        return;
+    }
+    std::map<unsigned int, Dispatcher<GetOutcome>> gets;
+    gets.swap(registry->pendingGets);
+    std::list<std::shared_ptr<SetRelay>> sets;
+    sets.swap(registry->pendingSets);
+    for (auto& entry : gets) {
+        entry.second.receive(GetOutcome(entry.first, reason));
+    }
+    for (const auto& relay : sets) {
+        relay->receive(SetOutcome(relay->channelId, reason));
+    }
+}
+
+void ReconnectingClient::setState(State newState) {
+    if (newState == state) {
+        return;
+    }
+    state = newState;
+    stateReceivers.receive(newState);
+}
+
+bool ReconnectingClient::waitForActivity(std::chrono::milliseconds timeout) {
+    if (workQueued) {
+        return true;  // the next tick sends what was queued, or answers it
+    }
+    const std::chrono::milliseconds due = getTimeUntilDue();
+    const bool dueFirst = due < timeout;
+    const std::chrono::milliseconds wait = dueFirst ? due : timeout;
+    bool ready = false;
+    if (session) {
+        ready = session->waitForActivity(wait);
+    } else {
+        clock->waitFor(-1, 0, wait);
+    }
+    return ready || dueFirst;
+}
+
+pollfd ReconnectingClient::getPollDescriptor() const {
+    if (session) {
+        return session->getPollDescriptor();
+    }
+    pollfd entry{};
+    entry.fd = -1;
+    return entry;
+}
+
+std::chrono::milliseconds ReconnectingClient::getTimeUntilDue() const {
+    switch (state) {
+        case WaitingToReconnect:
+            return ClientClock::remainingUntil(clock->now(), retryAt);
+        case Connecting:
+        case LoggingIn:
+            return ClientClock::remainingUntil(clock->now(), attemptDeadline);
+        default:
+            return std::chrono::milliseconds::max();
+    }
+}
+
+bool ReconnectingClient::waitUntilReady(std::chrono::milliseconds timeout) {
+    if (state == Stopped) {
+        return false;
+    }
+    return tickUntil([this] { return state == Ready || state == Stopped; }, timeout) &&
+           state == Ready;
+}
+
+bool ReconnectingClient::tickUntil(const std::function<bool()>& done,
+                                   std::chrono::milliseconds timeout) {
+    const ClientClock::TimePoint deadline = ClientClock::deadlineAfter(clock->now(), timeout);
+    for (;;) {
+        tick();
+        if (done()) {
+            return true;
+        }
+        const std::chrono::milliseconds remaining =
+            ClientClock::remainingUntil(clock->now(), deadline);
+        if (remaining.count() == 0) {
+            return false;
+        }
+        waitForActivity(remaining);
+    }
+}
+
+std::size_t ReconnectingClient::outstanding() const {
+    const auto sets =
+        std::count_if(registry->pendingSets.begin(), registry->pendingSets.end(),
+                      [](const std::shared_ptr<SetRelay>& relay) { return !relay->isDone(); });
+    return registry->pendingGets.size() + static_cast<std::size_t>(sets);
+}
+
+void ReconnectingClient::addStateReceiver(std::shared_ptr<Receiver<State>> receiver) {
+    stateReceivers.addReceiver(std::move(receiver));
+}
+
+void ReconnectingClient::removeStateReceiver(std::shared_ptr<Receiver<State>> receiver) {
+    stateReceivers.removeReceiver(std::move(receiver));
+}
+
+void ReconnectingClient::addLoginOutcomeReceiver(std::shared_ptr<Receiver<LoginOutcome>> receiver) {
+    loginReceivers->addReceiver(std::move(receiver));
+}
+
+void ReconnectingClient::removeLoginOutcomeReceiver(
+    std::shared_ptr<Receiver<LoginOutcome>> receiver) {
+    loginReceivers->removeReceiver(std::move(receiver));
+}
+
+void ReconnectingClient::addErrorResponseReceiver(
+    std::shared_ptr<Receiver<ErrorResponse>> receiver) {
+    errorReceivers->addReceiver(std::move(receiver));
+}
+
+void ReconnectingClient::removeErrorResponseReceiver(
+    std::shared_ptr<Receiver<ErrorResponse>> receiver) {
+    errorReceivers->removeReceiver(std::move(receiver));
+}
+
+void ReconnectingClient::requestChannel(unsigned int channelId,
+                                        std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    if (!receiver) {
+        return;
+    }
+    registry->pendingGets[channelId].addReceiver(std::move(receiver));
+    workQueued = true;
+    if (session) {
+        session->requestChannel(channelId, registry->getRelay);
+    }
+}
+
+void ReconnectingClient::cancelRequest(unsigned int channelId,
+                                       std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    const auto found = registry->pendingGets.find(channelId);
+    if (found == registry->pendingGets.end()) {
+        return;
+    }
+    found->second.removeReceiver(std::move(receiver));
+    if (!found->second.hasReceivers()) {
+        registry->pendingGets.erase(found);
+        if (session) {
+            session->cancelRequest(channelId, registry->getRelay);
+        }
+    }
+}
+
+void ReconnectingClient::setChannel(unsigned int channelId, const std::vector<unsigned char>& data,
+                                    std::shared_ptr<Receiver<SetOutcome>> receiver) {
+    auto& sets = registry->pendingSets;
+    sets.remove_if([](const std::shared_ptr<SetRelay>& relay) { return relay->isDone(); });
+    const auto relay = std::make_shared<SetRelay>(channelId, std::move(receiver));
+    sets.push_back(relay);
+    workQueued = true;
+    if (session) {
+        session->setChannel(channelId, data, relay);
+    }
+}
+
+void ReconnectingClient::cancelSet(const std::shared_ptr<Receiver<SetOutcome>>& receiver) {
+    if (!receiver) {
+        return;
+    }
+    for (const auto& relay : registry->pendingSets) {
+        if (relay->reportsTo(receiver)) {
+            relay->cancel();
+            if (session) {
+                session->cancelSet(relay);
+            }
+        }
+    }
+}
+
+void ReconnectingClient::addSubscription(unsigned int channelId,
+                                         std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    if (!receiver) {
+        return;
+    }
+    registry->subscriptions[channelId].addReceiver(std::move(receiver));
+    if (state == Ready && session) {
+        workQueued = true;
+        session->addSubscription(channelId, registry->subscriptionRelay);
+    }
+}
+
+void ReconnectingClient::removeSubscription(unsigned int channelId,
+                                            std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    const auto found = registry->subscriptions.find(channelId);
+    if (found == registry->subscriptions.end()) {
+        return;
+    }
+    found->second.removeReceiver(std::move(receiver));
+    if (!found->second.hasReceivers()) {
+        registry->subscriptions.erase(found);
+        if (state == Ready && session) {
+            workQueued = true;
+            session->removeSubscription(channelId, registry->subscriptionRelay);
+        }
+    }
+}
+
+void ReconnectingClient::addPushSubscription(unsigned int channelId,
+                                             std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    if (!receiver) {
+        return;
+    }
+    registry->pushSubscriptions[channelId].addReceiver(std::move(receiver));
+    if (state == Ready && session) {
+        workQueued = true;
+        session->addPushSubscription(channelId, registry->pushSubscriptionRelay);
+    }
+}
+
+void ReconnectingClient::removePushSubscription(unsigned int channelId,
+                                                std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    const auto found = registry->pushSubscriptions.find(channelId);
+    if (found == registry->pushSubscriptions.end()) {
+        return;
+    }
+    found->second.removeReceiver(std::move(receiver));
+    if (!found->second.hasReceivers()) {
+        registry->pushSubscriptions.erase(found);
+        if (state == Ready && session) {
+            workQueued = true;
+            session->removePushSubscription(channelId, registry->pushSubscriptionRelay);
+        }
+    }
+}
+
+std::optional<GetOutcome> ReconnectingClient::blockingGet(unsigned int channelId,
+                                                          std::chrono::milliseconds timeout) {
+    const auto queue = std::make_shared<QueuedReceiver<GetOutcome>>();
+    requestChannel(channelId, queue);
+    if (!tickUntil([&queue] { return !queue->empty(); }, timeout)) {
+        cancelRequest(channelId, queue);
+        return std::nullopt;
+    }
+    return queue->dequeue();
+}
+
+std::optional<SetOutcome> ReconnectingClient::blockingSet(unsigned int channelId,
+                                                          const std::vector<unsigned char>& data,
+                                                          std::chrono::milliseconds timeout) {
+    const auto queue = std::make_shared<QueuedReceiver<SetOutcome>>();
+    setChannel(channelId, data, queue);
+    if (queue->empty() && !tickUntil([&queue] { return !queue->empty(); }, timeout)) {
+        cancelSet(queue);
+        return std::nullopt;
+    }
+    return queue->dequeue();
+}
