@@ -96,7 +96,7 @@ int runWatch(Connection& connection, const Options& options, const Printer& prin
         connection.session().addSubscription(id, cache);
     }
     std::vector<GetOutcome> outcomes;
-    if (const Failure failure = connection.get(options.channels, outcomes)) {
+    if (const Failure failure = connection.get(options.channels, outcomes, "watch")) {
         return print.fail(failure);
     }
     int code = ExitCode::Success;

@@ -117,7 +117,8 @@ Failure Connection::open() {
                 ")"};
 }
 
-Failure Connection::get(const std::vector<std::uint32_t>& ids, std::vector<GetOutcome>& outcomes) {
+Failure Connection::get(const std::vector<std::uint32_t>& ids, std::vector<GetOutcome>& outcomes,
+                        const std::string& command) {
     // The receivers may stay registered in the session after a wait that
     // failed, so they share the answers rather than pointing into this call.
     auto answers = std::make_shared<std::vector<std::optional<GetOutcome>>>(ids.size());
@@ -141,7 +142,7 @@ Failure Connection::get(const std::vector<std::uint32_t>& ids, std::vector<GetOu
                 missing.push_back(ids[i]);
             }
         }
-        return waitFailure(result, "get " + idList(missing));
+        return waitFailure(result, command + " " + idList(missing));
     }
     outcomes.clear();
     for (auto& answer : *answers) {

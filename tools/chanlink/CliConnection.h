@@ -55,8 +55,10 @@ public:
 
     // Asks for the channels at once and waits, within one timeout, for an
     // outcome for each; outcomes come back in the order of ids. A refused
-    // channel is an outcome, not a Failure.
-    Failure get(const std::vector<std::uint32_t>& ids, std::vector<GetOutcome>& outcomes);
+    // channel is an outcome, not a Failure. command names the request in
+    // messages ("no answer to watch 3 within 5s").
+    Failure get(const std::vector<std::uint32_t>& ids, std::vector<GetOutcome>& outcomes,
+                const std::string& command = "get");
 
     // Writes the channel and waits, within the timeout, for its outcome.
     Failure set(std::uint32_t id, const std::vector<unsigned char>& data,
