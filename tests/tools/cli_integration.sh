@@ -137,6 +137,12 @@ watch)
     cli watch 1 --seconds 0.5
     expect "quiet watch rc" 0 "$RC"
     expect "quiet watch output" "1 00000000" "$OUT"
+    # SIGTERM is the normal end of a watch without limits (timeout passes it on).
+    start_cli endless watch 1
+    next_line endless
+    kill -TERM "${background[-1]}"
+    next_line endless
+    expect "terminated watch ends normally" "exit 0" "$LINE"
     cli watch 1 77
     expect "watch unknown rc" 1 "$RC"
     expect "watch unknown error" "chanlink: watch 77 refused: UnknownChannel (no such channel)" "$ERR"
