@@ -77,3 +77,13 @@
 #include "chanlink/processing/BitfieldMultiplexedTransform.h"
 #include "chanlink/processing/ChannelCache.h"
 #include "chanlink/processing/ChannelIdMappingTransform.h"
+
+// Device side
+#include "chanlink/server/ChannelStore.h"
+#include "chanlink/server/DeviceConnection.h"
+#include "chanlink/server/DeviceEvent.h"
+#include "chanlink/server/DeviceServer.h"
+#include "chanlink/server/DeviceSettings.h"
+#include "chanlink/server/LiveChannel.h"
+#include "chanlink/server/MemoryChannelStore.h"
+#include "chanlink/server/MessageBacklog.h"

@@ -90,6 +90,7 @@ TEST(Decoder, DropsNoiseButKeepsOneByteOfSlackBeforeAnOpenFrame) {
 
     decoder.injectBytes(bytes("10 11 12 FF 01 00"));
     EXPECT_FALSE(decoder.empty());
+    EXPECT_EQ(decoder.bufferedBytes(), 4u);  // the slack byte 12 and the open frame
     decoder.injectBytes(bytes("00 00 0B FE"));
     EXPECT_EQ(drain(decoder), std::vector<Bytes>{bytes("0B")});
     EXPECT_TRUE(decoder.empty());

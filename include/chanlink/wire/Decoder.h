@@ -30,6 +30,10 @@ public:
     virtual std::vector<unsigned char> extractFrame();
     // No queued frame and nothing buffered.
     virtual bool empty() const;
+    // Received bytes not yet cut into frames: a frame still open, and at most
+    // one byte before it. A peer that never ends its frame makes this grow, so
+    // servers watch it to bound what a connection can make them hold.
+    std::size_t bufferedBytes() const { return receiveBuffer.size(); }
     // Drops queued frames and buffered bytes, a half-received frame included.
     virtual void reset();
 

@@ -1,0 +1,122 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "chanlink/endpoint/Session.h"
+#include "chanlink/flow/Dispatcher.h"
+#include "chanlink/flow/Receiver.h"
+#include "chanlink/messages/LoginResponse.h"
+#include "chanlink/messages/Message.h"
+#include "chanlink/server/ChannelStore.h"
+#include "chanlink/server/DeviceEvent.h"
+#include "chanlink/server/DeviceSettings.h"
+#include "chanlink/server/MessageBacklog.h"
+#include "chanlink/transport/TCPTransport.h"
+#include "chanlink/wire/Decoder.h"
+
+class GetRequest;
+class LoginRequest;
+class LogPushRequest;
+class SetRequest;
+class SubscriptionRequest;
+
+// The device's end of one client connection: its own decoder, encoder,
+// request production chain, endpoints and Session over the transport, and
+// what the client has done on it (logged in, subscriptions, log push).
+// DeviceServer makes one per accepted connection; the rules it applies are
+// those of DeviceServer.
+class DeviceConnection {
+public:
+    // Decides a login: Success, Failure or TooManyConnections. Asked after
+    // this connection's earlier login, if any, has ended.
+    using LoginCheck = std::function<LoginResponse::Result(const std::string& username,
+                                                           const std::string& password)>;
+
+    // Bytes read from the socket per tick, and the pending-buffer fill level
+    // at which the outgoing endpoint stops framing more messages.
+    static constexpr unsigned int ReadChunkBytes = 4096;
+    static constexpr int WriteChunkBytes = 16384;
+
+    // None of transport, store and loginCheck may be empty; events may be.
+    // Only the limits of settings are used here.
+    DeviceConnection(unsigned int id, std::shared_ptr<TCPTransport> transport,
+                     std::shared_ptr<ChannelStore> store, const DeviceSettings& settings,
+                     LoginCheck loginCheck, std::shared_ptr<Receiver<DeviceEvent>> events);
+    ~DeviceConnection();
+
+    DeviceConnection(const DeviceConnection&) = delete;
+    DeviceConnection& operator=(const DeviceConnection&) = delete;
+
+    // One read (answering every request it completes) and one write, then the
+    // input limit is checked: a connection holding more undecoded bytes than
+    // settings.maxInputBytes is dropped.
+    void tick();
+    // Writes what is queued for as long as the socket takes it, then checks
+    // the backlog limit: a connection leaving more than
+    // settings.maxBacklogBytes unread is dropped.
+    void flush();
+    // Queues response, a GetResponse carrying the new value of channelId,
+    // when this connection is logged in and subscribed to the channel or has
+    // log push on. Sent once even when both hold.
+    void pushChange(unsigned int channelId, const std::shared_ptr<const Message>& response);
+    // Closes the transport. Nothing is reported.
+    void close();
+
+    unsigned int getId() const { return id; }
+    // Connected and not dropped.
+    bool isOpen() const;
+    bool loggedIn() const { return loggedInNow; }
+    bool logPushOn() const { return logPush; }
+    bool subscribedTo(unsigned int channelId) const { return subscriptions.count(channelId) != 0; }
+    std::size_t subscriptionCount() const { return subscriptions.size(); }
+    // Messages queued or framed bytes not yet taken by the socket.
+    bool wantsToWrite() const;
+    // Framed bytes not yet written plus payload bytes of queued messages.
+    std::size_t backlogBytes() const;
+    // Bytes received and not yet cut into frames.
+    std::size_t undecodedBytes() const { return decoder->bufferedBytes(); }
+    // The socket to wait on; -1 once closed.
+    int getSocket() const { return transport->getSocket(); }
+    // Why the device dropped the connection; empty when it did not.
+    const std::string& getDropReason() const { return dropReason; }
+
+private:
+    void onLogin(const LoginRequest& request);
+    void onGet(const GetRequest& request);
+    void onSet(const SetRequest& request);
+    void onSubscription(const SubscriptionRequest& request);
+    void onLogPush(const LogPushRequest& request);
+
+    void endLogin();
+    void send(const std::shared_ptr<const Message>& message);
+    void drop(std::string reason);
+    void report(DeviceEvent::Kind kind, std::string detail);
+
+    unsigned int id;
+    std::shared_ptr<TCPTransport> transport;
+    std::shared_ptr<ChannelStore> store;
+    std::size_t maxInputBytes;
+    std::size_t maxBacklogBytes;
+    LoginCheck loginCheck;
+    std::shared_ptr<Receiver<DeviceEvent>> events;
+
+    std::shared_ptr<Decoder> decoder;
+    std::shared_ptr<MessageBacklog> backlog;
+    std::shared_ptr<OutgoingEndPoint> outgoing;
+    std::shared_ptr<Dispatcher<Message>> requests;
+    std::unique_ptr<Session> session;
+
+    bool loggedInNow = false;
+    bool logPush = false;
+    std::set<unsigned int> subscriptions;
+    // While a set is answered, pushes to this connection wait here so that
+    // the set response goes out before the change it caused.
+    bool answeringSet = false;
+    std::vector<std::shared_ptr<const Message>> heldPushes;
+    std::string dropReason;
+};

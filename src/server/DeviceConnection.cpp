@@ -1,0 +1,262 @@
+#include "chanlink/server/DeviceConnection.h"
+
+#include <utility>
+
+#include "chanlink/client/ReasonCode.h"
+#include "chanlink/endpoint/IncomingEndPoint.h"
+#include "chanlink/endpoint/OutgoingEndPoint.h"
+#include "chanlink/flow/FunctionReceiver.h"
+#include "chanlink/flow/TypedTransform.h"
+#include "chanlink/messages/ErrorResponse.h"
+#include "chanlink/messages/GetRequest.h"
+#include "chanlink/messages/GetResponse.h"
+#include "chanlink/messages/LogPushRequest.h"
+#include "chanlink/messages/LoginRequest.h"
+#include "chanlink/messages/MessageProductionChain.h"
+#include "chanlink/messages/SetRequest.h"
+#include "chanlink/messages/SetResponse.h"
+#include "chanlink/messages/SubscriptionRequest.h"
+#include "chanlink/messages/SubscriptionResponse.h"
+#include "chanlink/messages/UserAccountRequest.h"
+#include "chanlink/wire/ByteVectorReader.h"
+#include "chanlink/wire/Encoder.h"
+
+namespace {
+
+// Where a login request's fields really are. LoginRequest's getters read one
+// byte early, as deployed clients expect of them; a device has to read the
+// fields where LoginRequest::newInstance puts them.
+constexpr unsigned int UsernameLengthAt = 3;
+constexpr unsigned int PasswordLengthAt = 4;
+constexpr unsigned int UsernameAt = 5;
+
+template <typename Request, typename Handler>
+std::shared_ptr<Receiver<Message>> route(Handler handler) {
+    return std::make_shared<TypedTransform<Message, Request>>(
+        makeReceiver<Request>(std::move(handler)));
+}
+
+}  // namespace
+
+DeviceConnection::DeviceConnection(unsigned int id, std::shared_ptr<TCPTransport> transport,
+                                   std::shared_ptr<ChannelStore> store,
+                                   const DeviceSettings& settings, LoginCheck loginCheck,
+                                   std::shared_ptr<Receiver<DeviceEvent>> events)
+    : id(id),
+      transport(std::move(transport)),
+      store(std::move(store)),
+      maxInputBytes(settings.maxInputBytes),
+      maxBacklogBytes(settings.maxBacklogBytes),
+      loginCheck(std::move(loginCheck)),
+      events(std::move(events)),
+      decoder(std::make_shared<Decoder>()),
+      backlog(std::make_shared<MessageBacklog>()),
+      requests(std::make_shared<Dispatcher<Message>>()) {
+    auto chain = std::make_shared<MessageProductionChain>();
+    chain->addProducer(GetRequest::Code, &GetRequest::read);
+    chain->addProducer(SetRequest::Code, &SetRequest::read);
+    // Opcode 3 serves subscriptions and unsubscriptions alike, byte for
+    // byte; the device reads every such request as a subscription.
+    chain->addProducer(SubscriptionRequest::Code, &SubscriptionRequest::read);
+    chain->addProducer(LogPushRequest::Code, &LogPushRequest::read);
+    chain->addProducer(9, &UserAccountRequest::read);
+
+    requests->addReceiver(route<LoginRequest>([this](const LoginRequest& r) { onLogin(r); }));
+    requests->addReceiver(route<GetRequest>([this](const GetRequest& r) { onGet(r); }));
+    requests->addReceiver(route<SetRequest>([this](const SetRequest& r) { onSet(r); }));
+    requests->addReceiver(
+        route<SubscriptionRequest>([this](const SubscriptionRequest& r) { onSubscription(r); }));
+    requests->addReceiver(route<LogPushRequest>([this](const LogPushRequest& r) { onLogPush(r); }));
+
+    auto incoming = std::make_shared<IncomingEndPoint>(ReadChunkBytes, decoder, this->transport,
+                                                       chain, requests);
+    outgoing = std::make_shared<OutgoingEndPoint>(WriteChunkBytes, this->transport,
+                                                  std::make_shared<Encoder>(), backlog);
+    session = std::make_unique<Session>(this->transport, incoming, outgoing);
+}
+
+DeviceConnection::~DeviceConnection() = default;
+
+void DeviceConnection::tick() {
+    if (!isOpen()) {
+        return;
+    }
+    session->tick();
+    if (decoder->bufferedBytes() > maxInputBytes) {
+        drop("after " + std::to_string(decoder->bufferedBytes()) +
+             " bytes without a complete frame (limit " + std::to_string(maxInputBytes) + ")");
+    }
+}
+
+void DeviceConnection::flush() {
+    // A bounded number of rounds, so one fast reader cannot hold up the
+    // others; what is left goes in the next round.
+    for (int round = 0; round < 64 && isOpen() && wantsToWrite(); ++round) {
+        const std::size_t before = backlogBytes();
+        outgoing->doWrite();
+        if (backlogBytes() >= before) {
+            break;  // the socket takes nothing now
+        }
+    }
+    if (isOpen() && backlogBytes() > maxBacklogBytes) {
+        drop("with " + std::to_string(backlogBytes()) + " bytes unread (limit " +
+             std::to_string(maxBacklogBytes) + ")");
+    }
+}
+
+void DeviceConnection::pushChange(unsigned int channelId,
+                                  const std::shared_ptr<const Message>& response) {
+    if (!loggedInNow || !isOpen() || (!logPush && !subscribedTo(channelId))) {
+        return;
+    }
+    if (answeringSet) {
+        heldPushes.push_back(response);
+    } else {
+        send(response);
+    }
+}
+
+void DeviceConnection::close() {
+    transport->close();
+}
+
+bool DeviceConnection::isOpen() const {
+    return dropReason.empty() && transport->state() == ConnectionOutcome::Connected;
+}
+
+bool DeviceConnection::wantsToWrite() const {
+    return !backlog->empty() || outgoing->pendingBytes() != 0;
+}
+
+std::size_t DeviceConnection::backlogBytes() const {
+    return outgoing->pendingBytes() + backlog->payloadBytes();
+}
+
+void DeviceConnection::onLogin(const LoginRequest& request) {
+    const ByteVectorReader reader(request.getPayload());
+    const unsigned int usernameLength = reader.readUint8At(UsernameLengthAt);
+    const std::string username = reader.readStringAt(UsernameAt, usernameLength);
+    const std::string password =
+        reader.readStringAt(UsernameAt + usernameLength, reader.readUint8At(PasswordLengthAt));
+
+    // A new login ends the one before, whatever its answer: the client
+    // renews its subscriptions and log push after every successful login.
+    endLogin();
+    const LoginResponse::Result result = loginCheck(username, password);
+    loggedInNow = result == LoginResponse::Success;
+    send(LoginResponse::newInstance(result));
+    if (loggedInNow) {
+        report(DeviceEvent::LoggedIn, username);
+    } else {
+        report(DeviceEvent::LoginRefused,
+               std::string(result == LoginResponse::TooManyConnections ? "(too many connections)"
+                                                                       : "(wrong credentials)") +
+                   " for " + username);
+    }
+}
+
+void DeviceConnection::onGet(const GetRequest& request) {
+    const std::vector<unsigned int> ids = request.getChannelList();
+    if (!loggedInNow) {
+        for (unsigned int channelId : ids) {
+            send(ErrorResponse::newInstance(GetRequest::Code, ReasonCode::NotLoggedIn, channelId));
+        }
+        return;
+    }
+    std::vector<std::shared_ptr<const ChannelValue>> values;
+    std::vector<unsigned int> unknown;
+    for (unsigned int channelId : ids) {
+        std::optional<ChannelValue> value = store->getValue(channelId);
+        if (value) {
+            values.push_back(std::make_shared<const ChannelValue>(std::move(*value)));
+        } else {
+            unknown.push_back(channelId);
+        }
+    }
+    // A get of no channels is answered too, with an empty response, so that
+    // every get has an answer.
+    if (!values.empty() || ids.empty()) {
+        send(GetResponse::newInstance(values));
+    }
+    for (unsigned int channelId : unknown) {
+        send(ErrorResponse::newInstance(GetRequest::Code, ReasonCode::UnknownChannel, channelId));
+    }
+}
+
+void DeviceConnection::onSet(const SetRequest& request) {
+    const unsigned int channelId = request.getChannelId();
+    if (!loggedInNow) {
+        send(ErrorResponse::newInstance(SetRequest::Code, ReasonCode::NotLoggedIn, channelId));
+        return;
+    }
+    answeringSet = true;
+    const unsigned char reason = store->setValue(channelId, request.getData());
+    answeringSet = false;
+    if (reason == ReasonCode::Success) {
+        send(SetResponse::newInstance(channelId));
+    } else {
+        send(ErrorResponse::newInstance(SetRequest::Code, reason, channelId));
+    }
+    std::vector<std::shared_ptr<const Message>> pushes;
+    pushes.swap(heldPushes);
+    for (const auto& push : pushes) {
+        send(push);
+    }
+}
+
+void DeviceConnection::onSubscription(const SubscriptionRequest& request) {
+    if (!loggedInNow) {
+        send(ErrorResponse::newInstance(SubscriptionRequest::Code, ReasonCode::NotLoggedIn, 0));
+        return;
+    }
+    const std::vector<unsigned int> ids = request.getChannelList();
+    // Every id is acknowledged, but only channels the store knows are kept,
+    // so the subscriptions of a connection never outnumber the channels.
+    std::vector<std::shared_ptr<const ChannelValue>> values;
+    std::set<unsigned int> seen;
+    for (unsigned int channelId : ids) {
+        if (!seen.insert(channelId).second) {
+            continue;
+        }
+        std::optional<ChannelValue> value = store->getValue(channelId);
+        if (value) {
+            subscriptions.insert(channelId);
+            values.push_back(std::make_shared<const ChannelValue>(std::move(*value)));
+        }
+    }
+    send(SubscriptionResponse::newInstance(ids));
+    if (!values.empty()) {
+        send(GetResponse::newInstance(values));
+    }
+}
+
+void DeviceConnection::onLogPush(const LogPushRequest& request) {
+    if (!loggedInNow) {
+        send(ErrorResponse::newInstance(LogPushRequest::Code, ReasonCode::NotLoggedIn, 0));
+        return;
+    }
+    logPush = request.getValue();
+}
+
+void DeviceConnection::endLogin() {
+    loggedInNow = false;
+    logPush = false;
+    subscriptions.clear();
+}
+
+void DeviceConnection::send(const std::shared_ptr<const Message>& message) {
+    if (message) {
+        backlog->receive(message);
+    }
+}
+
+void DeviceConnection::drop(std::string reason) {
+    dropReason = std::move(reason);
+    transport->close();
+}
+
+void DeviceConnection::report(DeviceEvent::Kind kind, std::string detail) {
+    if (events) {
+        events->receive(DeviceEvent(kind, id, std::move(detail)));
+    }
+}

@@ -1,0 +1,114 @@
+#pragma once
+
+// A DeviceServer on 127.0.0.1 with raw clients, all driven from the test's
+// one thread: every wait polls the server with no timeout and pumps the
+// clients, bounded by eventually()'s deadline.
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "chanlink/messages/GetRequest.h"
+#include "chanlink/messages/LoginRequest.h"
+#include "chanlink/server/DeviceEvent.h"
+#include "chanlink/server/DeviceServer.h"
+#include "chanlink/server/MemoryChannelStore.h"
+#include "support/Eventually.h"
+#include "support/RawClient.h"
+#include "support/RecordingReceiver.h"
+
+namespace testing_support {
+
+class DeviceHarness {
+public:
+    // Channel 1: 4 bytes, writable, 00 00 00 00; channel 2: 1 byte,
+    // read-only, 10. Account admin / secret.
+    explicit DeviceHarness(std::size_t maxLoggedIn = 4, const std::string& host = "127.0.0.1")
+        : store(std::make_shared<MemoryChannelStore>()),
+          events(std::make_shared<RecordingReceiver<DeviceEvent>>()) {
+        store->addChannel(1, {0, 0, 0, 0}, false, "setpoint");
+        store->addChannel(2, {0x10}, true, "status");
+        settings.username = "admin";
+        settings.password = "secret";
+        settings.maxLoggedIn = maxLoggedIn;
+        start(host);
+    }
+
+    void start(const std::string& host = "127.0.0.1") {
+        server = std::make_unique<DeviceServer>(store, settings);
+        server->setEventReceiver(events);
+        server->listen("0", host);
+    }
+
+    // A client the server has accepted, or an empty pointer.
+    std::unique_ptr<RawClient> connect(const std::string& host = "127.0.0.1") {
+        auto client = std::make_unique<RawClient>(host, server->getListeningService());
+        const std::size_t before = opened();
+        if (!pumpUntil([&] { return client->connected() && opened() > before; }, {client.get()})) {
+            return nullptr;
+        }
+        return client;
+    }
+
+    // Polls the server and pumps the clients until done() holds.
+    template <typename Done>
+    bool pumpUntil(Done done, std::vector<RawClient*> clients) {
+        return eventually([&] {
+            server->poll(std::chrono::milliseconds(0));
+            for (RawClient* client : clients) {
+                client->pump();
+            }
+            return done();
+        });
+    }
+
+    // Sends message and returns everything the client receives up to and
+    // including the answer to an empty get sent right behind it (which the
+    // server answers with 0B 00 00 once logged in, and with nothing before);
+    // that answer itself is left out. An empty message sends nothing, which
+    // collects what the device pushed on its own. Before a login, waits for
+    // count messages instead.
+    std::vector<std::string> exchange(RawClient& client,
+                                      const std::shared_ptr<const Message>& message,
+                                      std::size_t count = 0) {
+        client.send(message);
+        if (count > 0) {
+            pumpUntil([&] { return client.receivedCount() >= count; }, {&client});
+            return client.take();
+        }
+        client.send(GetRequest::newInstance({}));
+        const std::string marker = "0B 00 00";
+        pumpUntil([&] { return !client.received.empty() && client.received.back() == marker; },
+                  {&client});
+        std::vector<std::string> got = client.take();
+        if (!got.empty() && got.back() == marker) {
+            got.pop_back();
+        }
+        return got;
+    }
+
+    // The login response's payload as hex ("0F 01" on success).
+    std::string login(RawClient& client, const std::string& username = "admin",
+                      const std::string& password = "secret") {
+        const std::vector<std::string> got =
+            exchange(client, LoginRequest::newInstance(username, password), 1);
+        return got.empty() ? std::string() : got.front();
+    }
+
+    std::size_t opened() const { return countEvents(DeviceEvent::Opened); }
+    std::size_t countEvents(DeviceEvent::Kind kind) const {
+        std::size_t n = 0;
+        for (const DeviceEvent& event : events->received()) {
+            n += event.getKind() == kind ? 1 : 0;
+        }
+        return n;
+    }
+
+    std::shared_ptr<MemoryChannelStore> store;
+    DeviceSettings settings;
+    std::shared_ptr<RecordingReceiver<DeviceEvent>> events;
+    std::unique_ptr<DeviceServer> server;
+};
+
+}  // namespace testing_support

@@ -1,0 +1,106 @@
+// The parts of chanlink-device: its channel file and its command line.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "ChannelTable.h"
+#include "DeviceOptions.h"
+#include "chanlink/client/ReasonCode.h"
+
+namespace {
+
+std::optional<std::vector<ChannelSpec>> parse(const std::string& text, std::string& error) {
+    std::istringstream stream(text);
+    return ChannelTable::parse(stream, error);
+}
+
+std::string problem(const std::string& text) {
+    std::string error;
+    return parse(text, error) ? std::string("accepted") : error;
+}
+
+}  // namespace
+
+TEST(DeviceChannelTable, TheBuiltInTableIsTheDocumentedOne) {
+    std::string error;
+    const auto table = parse(ChannelTable::defaultText(), error);
+    ASSERT_TRUE(table) << error;
+    MemoryChannelStore store;
+    const std::vector<LiveChannel> live = ChannelTable::install(*table, store);
+
+    using Bytes = std::vector<unsigned char>;
+    EXPECT_EQ(store.channelIds(), (std::vector<unsigned int>{1, 2, 3, 4, 5}));
+    EXPECT_EQ(store.getValue(1)->getData(), (Bytes{0, 0, 0, 0}));
+    EXPECT_EQ(store.setValue(1, {1, 2, 3, 4}), ReasonCode::Success);
+    EXPECT_EQ(store.setValue(2, {1, 2, 3, 4}), ReasonCode::ReadOnlyChannel);
+    EXPECT_EQ(store.setValue(3, {7}), ReasonCode::Success);
+    EXPECT_EQ(store.setValue(4, {7}), ReasonCode::ReadOnlyChannel);
+    EXPECT_EQ(store.getValue(5)->getData(), Bytes({'c', 'h', 'a', 'n', 'l', 'i', 'n', 'k'}));
+    EXPECT_EQ(store.channelName(4), "status");
+
+    ASSERT_EQ(live.size(), 2u);
+    EXPECT_EQ(live[0].getChannelId(), 2u);
+    EXPECT_EQ(live[0].getBehaviour(), LiveChannel::Counter);
+    EXPECT_EQ(live[0].getPeriod(), std::chrono::milliseconds(200));
+    EXPECT_EQ(live[1].getChannelId(), 4u);
+    EXPECT_EQ(live[1].getBehaviour(), LiveChannel::Toggle);
+    EXPECT_EQ(live[1].getPeriod(), std::chrono::milliseconds(300));
+    EXPECT_EQ(live[1].getBits(), 4u);
+
+    // Printed, the table is the very text it was read from.
+    EXPECT_EQ(ChannelTable::format(*table), ChannelTable::defaultText());
+}
+
+TEST(DeviceChannelTable, EachFaultIsNamedWithItsLine) {
+    EXPECT_EQ(problem("\n# only comments\n   \n"), "accepted");
+    EXPECT_EQ(problem("0xFFFFFFFF 1 - ro toggle:5 top"), "accepted");  // all 8 bits by default
+    EXPECT_EQ(problem("1 4 00000000 rw\n"), "1: expected: id size initial access live [name]");
+    EXPECT_EQ(problem("\n1 4 - rw - a b"), "2: expected: id size initial access live [name]");
+    EXPECT_EQ(problem("4294967296 1 - rw -"),
+              "1: id must be a number from 0 to 4294967295, not '4294967296'");
+    EXPECT_EQ(problem("1 0 - rw -"), "1: size must be 1 to 65535 bytes, not '0'");
+    EXPECT_EQ(problem("1 2 0g00 rw -"),
+              "1: initial value must be - or exactly 4 hex digits, not '0g00'");
+    EXPECT_EQ(problem("1 1 00 wo -"), "1: access must be rw or ro, not 'wo'");
+    EXPECT_EQ(problem("1 1 00 ro counter:0"),
+              "1: period must be 1 to 86400000 milliseconds, not '0'");
+    EXPECT_EQ(problem("1 1 00 ro toggle:10:9"), "1: toggle bits must be 1 to 8 (8 per byte)");
+    EXPECT_EQ(problem("1 1 00 ro blink:10"),
+              "1: live behaviour must be -, counter:MS or toggle:MS[:BITS], not 'blink:10'");
+    EXPECT_EQ(problem("1 1 00 ro -\n1 1 00 ro -"), "2: channel 1 is listed twice");
+}
+
+TEST(DeviceOptions, ReadsEveryOptionAndRefusesBadOnes) {
+    DeviceOptions options;
+    std::string error;
+    ASSERT_TRUE(options.parse({"--port", "0", "--host=::1", "--user", "u",
+                               "--password=", "--max-clients", "0", "--channels", "t.txt"},
+                              error))
+        << error;
+    EXPECT_EQ(options.port, "0");
+    EXPECT_EQ(options.host, "::1");
+    EXPECT_EQ(options.user, "u");
+    EXPECT_EQ(options.password, "");
+    EXPECT_EQ(options.maxClients, 0u);
+    EXPECT_EQ(options.channelsFile, "t.txt");
+
+    DeviceOptions defaults;
+    ASSERT_TRUE(defaults.parse({}, error));
+    EXPECT_EQ(defaults.port, "7300");
+    EXPECT_EQ(defaults.host, "");
+    EXPECT_EQ(defaults.user, "admin");
+    EXPECT_EQ(defaults.password, "secret");
+    EXPECT_EQ(defaults.maxClients, 4u);
+
+    const auto refusal = [](std::vector<std::string> arguments) {
+        DeviceOptions o;
+        std::string message;
+        return o.parse(arguments, message) ? std::string("accepted") : message;
+    };
+    EXPECT_EQ(refusal({"--port", "65536"}), "--port must be a number from 0 to 65535, not '65536'");
+    EXPECT_EQ(refusal({"--port", "-1"}), "--port must be a number from 0 to 65535, not '-1'");
+    EXPECT_EQ(refusal({"--user"}), "option --user needs a value");
+    EXPECT_EQ(refusal({"-x"}), "unknown option '-x'");
+    EXPECT_EQ(refusal({"--password", std::string(256, 'p')}),
+              "--user and --password can be at most 255 bytes, as a login carries them");
+}
