@@ -1,0 +1,283 @@
+#!/usr/bin/env bash
+# Runs the real chanlink program against the real chanlink-device over
+# 127.0.0.1, one scenario per call:
+#
+#   cli_integration.sh SCENARIO CHANLINK DEVICE HELPER
+#
+# Every device listens on a port the system chose; every wait is bounded:
+# each chanlink run by `timeout`, each line read by `read -t`.
+set -uo pipefail
+
+scenario=$1
+chanlink=$2
+device=$3
+helper=$4
+
+work=$(mktemp -d)
+background=()
+cleanup() {
+    for pid in "${background[@]}"; do
+        kill -TERM "$pid" 2>/dev/null
+    done
+    for pid in "${background[@]}"; do
+        wait "$pid" 2>/dev/null
+    done
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+fail() {
+    echo "FAIL [$scenario]: $*" >&2
+    for log in "$work"/*.err; do
+        [ -s "$log" ] && { echo "--- $log" >&2; cat "$log" >&2; }
+    done
+    exit 1
+}
+
+# start_device [OPTION...]: starts chanlink-device on a free port; sets PORT.
+start_device() {
+    exec {device_fd}< <(exec "$device" --port 0 --host 127.0.0.1 "$@" 2>"$work/device.err")
+    device_pid=$!
+    background+=("$device_pid")
+    local line
+    read -r -t 10 -u "$device_fd" line || fail "the device printed no port"
+    [[ $line =~ ^port\ ([0-9]+)$ ]] || fail "the device's first line is '$line'"
+    PORT=${BASH_REMATCH[1]}
+}
+
+# cli ARGUMENT...: runs chanlink against the device; sets OUT, ERR and RC.
+cli() {
+    timeout 10 "$chanlink" --host 127.0.0.1 --port "$PORT" "$@" >"$work/out" 2>"$work/cli.err"
+    RC=$?
+    OUT=$(cat "$work/out")
+    ERR=$(cat "$work/cli.err")
+    [ "$RC" -ne 124 ] || fail "chanlink $* did not end within 10 s"
+}
+
+# start_cli NAME ARGUMENT...: runs chanlink in the background; its output
+# lines, then "exit N", are read with next_line NAME. Stopping its `timeout`
+# (listed in background) stops chanlink with SIGTERM.
+start_cli() {
+    local name=$1
+    shift
+    local fd line
+    exec {fd}< <(timeout 10 "$chanlink" --host 127.0.0.1 --port "$PORT" "$@" \
+                     2>"$work/$name.err" &
+                 echo "pid $!"
+                 wait $!
+                 echo "exit $?")
+    read -r -t 10 -u "$fd" line || fail "$name did not start"
+    background+=("${line#pid }")
+    printf -v "fd_$name" '%s' "$fd"
+}
+
+# next_line NAME: the next line of a background chanlink, into LINE.
+next_line() {
+    local fd_var="fd_$1"
+    read -r -t 10 -u "${!fd_var}" LINE || fail "no line from $1 within 10 s"
+}
+
+expect() {  # expect WHAT EXPECTED ACTUAL
+    [ "$2" == "$3" ] || fail "$1: expected '$2', got '$3'"
+}
+
+expect_match() {  # expect_match WHAT REGEX ACTUAL
+    [[ $3 =~ $2 ]] || fail "$1: '$3' does not match '$2'"
+}
+
+check_json() {  # check_json TEXT: every line one JSON object
+    "$helper" check-json <<<"$1" || fail "not JSON lines: $1"
+}
+
+case $scenario in
+get)
+    start_device
+    cli get 1 5 0x3
+    expect "get rc" 0 "$RC"
+    expect "get output" $'1 00000000\n5 6368616E6C696E6B\n3 00' "$OUT"
+    cli get 1 99 2
+    expect "get unknown rc" 1 "$RC"
+    expect_match "get unknown output" $'^1 00000000\n2 [0-9A-F]{8}$' "$OUT"
+    expect "get unknown error" "chanlink: get 99 refused: UnknownChannel (no such channel)" "$ERR"
+    ;;
+
+set)
+    start_device
+    cli set 1 0A0B0C0D
+    expect "set rc" 0 "$RC"
+    expect "set output" "1 set to 0A0B0C0D" "$OUT"
+    cli set 0x3 "7f"
+    expect "set 3 output" "3 set to 7F" "$OUT"
+    cli get 1 3
+    expect "read back" $'1 0A0B0C0D\n3 7F' "$OUT"
+
+    cli set 5 0000000000000000
+    expect "read-only rc" 1 "$RC"
+    expect "read-only error" "chanlink: set 5 refused: ReadOnlyChannel (channel is read-only)" "$ERR"
+    expect "read-only output" "" "$OUT"
+    cli set 1 0102
+    expect "wrong size rc" 1 "$RC"
+    expect "wrong size error" \
+        "chanlink: set 1 refused: WrongDataSize (data size does not match the channel)" "$ERR"
+    cli set 99 00
+    expect "unknown set rc" 1 "$RC"
+    expect "unknown set error" "chanlink: set 99 refused: UnknownChannel (no such channel)" "$ERR"
+    cli get 1
+    expect "refused sets changed nothing" "1 0A0B0C0D" "$OUT"
+    ;;
+
+watch)
+    start_device
+    # Channel 2 counts up on its own: each line after the first is a change.
+    cli watch 2 --count 3
+    expect "watch rc" 0 "$RC"
+    expect_match "watch output" \
+        $'^2 ([0-9A-F]{8})\n2 \\1 -> ([0-9A-F]{8})\n2 \\2 -> [0-9A-F]{8}$' "$OUT"
+    # An unchanging channel prints its value once, and --seconds ends the watch.
+    cli watch 1 --seconds 0.5
+    expect "quiet watch rc" 0 "$RC"
+    expect "quiet watch output" "1 00000000" "$OUT"
+    # SIGTERM is the normal end of a watch without limits (timeout passes it on).
+    start_cli endless watch 1
+    next_line endless
+    kill -TERM "${background[-1]}"
+    next_line endless
+    expect "terminated watch ends normally" "exit 0" "$LINE"
+    cli watch 1 77
+    expect "watch unknown rc" 1 "$RC"
+    expect "watch unknown error" "chanlink: watch 77 refused: UnknownChannel (no such channel)" "$ERR"
+    ;;
+
+two-watchers)
+    # Each watcher sees, through its subscription, a set made by another client.
+    start_device
+    start_cli first watch 1 --count 2
+    start_cli second watch 1 3 --count 3
+    next_line first
+    expect "first watcher's start" "1 00000000" "$LINE"
+    next_line second
+    opening=$LINE
+    next_line second
+    expect "second watcher's start" $'1 00000000\n3 00' "$(sort <<<"$opening"$'\n'"$LINE")"
+    cli set 1 11223344
+    expect "set rc" 0 "$RC"
+    next_line first
+    expect "first watcher sees the set" "1 00000000 -> 11223344" "$LINE"
+    next_line first
+    expect "first watcher ends" "exit 0" "$LINE"
+    next_line second
+    expect "second watcher sees the set" "1 00000000 -> 11223344" "$LINE"
+    next_line second
+    expect "second watcher ends" "exit 0" "$LINE"
+    ;;
+
+push)
+    start_device
+    # Without channels, every pushed value; channels 2 and 4 change on their own.
+    cli push --count 4
+    expect "push rc" 0 "$RC"
+    expect_match "push output" $'^([0-9]+ [0-9A-F]+\n){3}[0-9]+ [0-9A-F]+$' "$OUT"
+    grep -qE '^(2|4) ' <<<"$OUT" || fail "no pushed value of a live channel: $OUT"
+    cli push 4 --count 2
+    expect "push 4 rc" 0 "$RC"
+    expect_match "push 4 output" $'^4 [0-9A-F]{2}\n4 [0-9A-F]{2}$' "$OUT"
+    ;;
+
+json)
+    start_device
+    cli --json get 1 99
+    expect "json get rc" 1 "$RC"
+    check_json "$OUT"
+    expect_match "json get" \
+        '^\{"command":"get","channel":1,"ok":true,"header":"[0-9A-F]*","data":"00000000"\}$' \
+        "$(head -1 <<<"$OUT")"
+    expect "json refusal" '{"command":"get","channel":99,"ok":false,"reason":17,"reasonName":"UnknownChannel","description":"no such channel"}' "$(tail -1 <<<"$OUT")"
+    cli --json set 5 0000000000000000
+    check_json "$OUT"
+    expect_match "json set refusal" '"reason":18,"reasonName":"ReadOnlyChannel"' "$OUT"
+    cli set 3 02 --json
+    expect "json set" '{"command":"set","channel":3,"ok":true,"data":"02"}' "$OUT"
+    cli watch 2 --count 2 --json
+    check_json "$OUT"
+    expect_match "json watch" '^\{"command":"watch","channel":2,"previous":null,.*\}
+\{"command":"watch","channel":2,"previous":"[0-9A-F]{8}",.*\}$' "$OUT"
+    cli push --count 2 --json
+    check_json "$OUT"
+    expect_match "json push" '"command":"push"' "$OUT"
+    ;;
+
+login-refused)
+    start_device
+    cli get 1 --password wrong
+    expect "wrong password rc" 4 "$RC"
+    expect "wrong password error" "chanlink: login as 'admin' refused (wrong user or password)" "$ERR"
+    CHANLINK_PASSWORD=wrong cli get 1
+    expect "password from the environment" 4 "$RC"
+    cli get 1 --user someone
+    expect "wrong user rc" 4 "$RC"
+    ;;
+
+too-many-clients)
+    start_device --max-clients 1
+    start_cli holder watch 1 --seconds 8
+    next_line holder
+    cli get 1
+    expect "second client rc" 4 "$RC"
+    expect "second client error" \
+        "chanlink: login as 'admin' refused (the device serves no more clients)" "$ERR"
+    ;;
+
+connection-refused)
+    PORT=$("$helper" closed-port) || fail "no closed port"
+    cli get 1
+    expect "refused rc" 3 "$RC"
+    expect "refused error" "chanlink: cannot connect to 127.0.0.1:$PORT" "$ERR"
+    ;;
+
+connection-lost)
+    # A watch whose device goes away ends at once with the connection code.
+    start_device
+    start_cli watcher watch 1
+    next_line watcher
+    kill -TERM "$device_pid"
+    next_line watcher
+    expect "lost watch ends" "exit 3" "$LINE"
+    expect "lost watch error" "chanlink: connection to 127.0.0.1:$PORT closed" \
+        "$(cat "$work/watcher.err")"
+    ;;
+
+timeout)
+    exec {silent_fd}< <(exec "$helper" silent-listener 20)
+    background+=("$!")
+    read -r -t 10 -u "$silent_fd" line || fail "the silent listener printed no port"
+    PORT=${line#port }
+    start=$SECONDS
+    cli get 1 --timeout 300ms
+    expect "timeout rc" 5 "$RC"
+    expect "timeout error" "chanlink: no answer to the login within 300ms" "$ERR"
+    cli watch 1 --timeout 0.3
+    expect "watch timeout rc" 5 "$RC"
+    cli push --timeout 300ms
+    expect "push timeout rc" 5 "$RC"
+    [ $((SECONDS - start)) -le 5 ] || fail "three 300 ms timeouts took $((SECONDS - start)) s"
+    ;;
+
+usage)
+    PORT=1
+    cli get
+    expect "no channel rc" 2 "$RC"
+    expect "no channel error" "chanlink: get needs at least one channel id (see chanlink --help)" "$ERR"
+    cli frobnicate 1
+    expect "unknown command rc" 2 "$RC"
+    cli get 1 --timeout forever
+    expect "bad timeout rc" 2 "$RC"
+    cli --help
+    expect "help rc" 0 "$RC"
+    expect_match "help text" "^usage: chanlink" "$OUT"
+    ;;
+
+*)
+    fail "unknown scenario"
+    ;;
+esac
+echo "ok [$scenario]"

@@ -1,0 +1,194 @@
+#include "CliCommands.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CliConnection.h"
+#include "CliExitCode.h"
+#include "CliOutput.h"
+#include "chanlink/flow/FunctionReceiver.h"
+#include "chanlink/messages/GetResponse.h"
+#include "chanlink/processing/ChannelCache.h"
+#include "chanlink/wire/Decoder.h"
+
+namespace cli {
+
+namespace {
+
+// Where a command writes, in the format asked for.
+struct Printer {
+    std::ostream& out;
+    std::ostream& err;
+    Format format;
+
+    // Flushed at once, so that a reader of a pipe sees each line as it comes.
+    void line(const std::string& text) const { out << text << '\n' << std::flush; }
+    int fail(const Failure& failure) const {
+        err << "chanlink: " << failure.message << '\n' << std::flush;
+        return failure.code;
+    }
+    // A refused operation: the error line, and in JSON also a result object.
+    void refused(const std::string& command, std::uint32_t id, unsigned char reason) const {
+        if (format == Format::Json) {
+            line(formatFailure(command, id, reason));
+        }
+        err << "chanlink: " << failureMessage(command, id, reason) << '\n' << std::flush;
+    }
+};
+
+// Stops a stream after the count of printed lines, when a count was given.
+struct LineBudget {
+    std::optional<std::uint64_t> limit;
+    std::uint64_t used = 0;
+
+    bool exhausted() const { return limit && used >= *limit; }
+};
+
+int runGet(Connection& connection, const Options& options, const Printer& print) {
+    std::vector<GetOutcome> outcomes;
+    if (const Failure failure = connection.get(options.channels, outcomes)) {
+        return print.fail(failure);
+    }
+    int code = ExitCode::Success;
+    for (std::size_t i = 0; i < outcomes.size(); ++i) {
+        if (outcomes[i].getSuccess()) {
+            print.line(formatValue("get", outcomes[i], print.format));
+        } else {
+            print.refused("get", options.channels[i], outcomes[i].getReasonCode());
+            code = ExitCode::OperationFailed;
+        }
+    }
+    return code;
+}
+
+int runSet(Connection& connection, const Options& options, const Printer& print) {
+    const std::uint32_t id = options.channels.front();
+    std::optional<SetOutcome> outcome;
+    if (const Failure failure = connection.set(id, options.data, outcome)) {
+        return print.fail(failure);
+    }
+    if (!outcome->getSuccess()) {
+        print.refused("set", id, outcome->getReasonCode());
+        return ExitCode::OperationFailed;
+    }
+    print.line(formatSet(id, options.data, print.format));
+    return ExitCode::Success;
+}
+
+// Subscribes through a ChannelCache, so that repeated pushes of an unchanged
+// value print nothing. A get of each channel first proves that it exists and
+// gives its current value; it is asked for after the subscription, so any
+// change made after that value was read is also seen.
+int runWatch(Connection& connection, const Options& options, const Printer& print,
+             LineBudget& budget) {
+    auto cache = std::make_shared<ChannelCache>();
+    cache->addReceiver(
+        makeReceiver<ChannelCache::Change>([&print, &budget](const ChannelCache::Change& change) {
+            if (!budget.exhausted()) {
+                print.line(formatChange(change, print.format));
+                ++budget.used;
+            }
+        }));
+    for (std::uint32_t id : options.channels) {
+        connection.session().addSubscription(id, cache);
+    }
+    std::vector<GetOutcome> outcomes;
+    if (const Failure failure = connection.get(options.channels, outcomes, "watch")) {
+        return print.fail(failure);
+    }
+    int code = ExitCode::Success;
+    for (std::size_t i = 0; i < outcomes.size(); ++i) {
+        if (!outcomes[i].getSuccess()) {
+            print.refused("watch", options.channels[i], outcomes[i].getReasonCode());
+            code = ExitCode::OperationFailed;
+        }
+    }
+    if (code != ExitCode::Success) {
+        return code;
+    }
+    if (const Failure failure =
+            connection.stream([&budget] { return budget.exhausted(); }, options.duration)) {
+        return print.fail(failure);
+    }
+    return ExitCode::Success;
+}
+
+// printer prints each pushed value it receives.
+int runPush(Connection& connection, const Options& options, const Printer& print,
+            const LineBudget& budget, const std::shared_ptr<Receiver<GetOutcome>>& printer) {
+    if (options.channels.empty()) {
+        // The session keeps the device's log push on while any channel has a
+        // push receiver. With no channel named, one receiver that ignores
+        // everything keeps it on, and the values are read from the bytes
+        // received (see pushedValuesReader), whatever their channel.
+        connection.session().addPushSubscription(0, makeReceiver<GetOutcome>([](const auto&) {}));
+    }
+    for (std::uint32_t id : options.channels) {
+        connection.session().addPushSubscription(id, printer);
+    }
+    if (const Failure failure =
+            connection.stream([&budget] { return budget.exhausted(); }, options.duration)) {
+        return print.fail(failure);
+    }
+    return ExitCode::Success;
+}
+
+// An observer of the received bytes that hands every value of every get
+// response to receiver: the device sends pushed values as get responses.
+Connection::BytesObserver pushedValuesReader(std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    auto decoder = std::make_shared<Decoder>();
+    return [decoder, receiver](const std::vector<unsigned char>& bytes) {
+        decoder->injectBytes(bytes);
+        while (decoder->hasFrames()) {
+            const std::vector<unsigned char> payload = decoder->extractFrame();
+            if (!GetResponse::validate(payload)) {
+                continue;
+            }
+            for (const ChannelValue& value : GetResponse(payload).getChannelValues()) {
+                receiver->receive(GetOutcome(value));
+            }
+        }
+    };
+}
+
+}  // namespace
+
+int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
+    using Command = Options::Command;
+    const Printer print{out, err, options.json ? Format::Json : Format::Plain};
+    LineBudget budget{options.count};
+
+    const auto pushPrinter = makeReceiver<GetOutcome>([&print, &budget](const GetOutcome& value) {
+        if (value.getSuccess() && !budget.exhausted()) {
+            print.line(formatValue("push", value, print.format));
+            ++budget.used;
+        }
+    });
+    Connection::BytesObserver observer;
+    if (options.command == Command::Push && options.channels.empty()) {
+        observer = pushedValuesReader(pushPrinter);
+    }
+    Connection connection(options, observer);
+    if (const Failure failure = connection.open()) {
+        return print.fail(failure);
+    }
+    switch (options.command) {
+        case Command::Get:
+            return runGet(connection, options, print);
+        case Command::Set:
+            return runSet(connection, options, print);
+        case Command::Watch:
+            return runWatch(connection, options, print, budget);
+        case Command::Push:
+            return runPush(connection, options, print, budget, pushPrinter);
+        case Command::Help:
+        case Command::Version:
+            break;
+    }
+    return ExitCode::UsageError;
+}
+
+}  // namespace cli

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+// What the command line asks for. Filled by parseArguments.
+struct Options {
+    enum class Command { Help, Version, Get, Set, Watch, Push };
+
+    Command command = Command::Help;
+    std::string host = "localhost";
+    std::string port = "7300";
+    std::string user = "admin";
+    // Unset when --password was not given; main then takes CHANLINK_PASSWORD
+    // from the environment, or the device simulator's default "secret".
+    std::optional<std::string> password;
+    // How long each wait may take: connecting and logging in, then the
+    // answers to a get or a set, then the first values of a watch.
+    std::chrono::milliseconds timeout{5000};
+    bool json = false;
+
+    // get, watch: one or more; set: exactly one; push: any number.
+    std::vector<std::uint32_t> channels;
+    // set: the bytes to write.
+    std::vector<unsigned char> data;
+    // watch, push: stop after this many printed lines...
+    std::optional<std::uint64_t> count;
+    // ...or after this long, whichever comes first.
+    std::optional<std::chrono::milliseconds> duration;
+};
+
+// The outcome of parsing: options, or a one-line error for the user.
+struct ParseResult {
+    std::optional<Options> options;
+    std::string error;
+};
+
+// Parses the arguments after the program name. Options may come before or
+// after the command and its operands, as --name VALUE or --name=VALUE; "--"
+// ends the options. Any error names the offending argument.
+ParseResult parseArguments(const std::vector<std::string>& arguments);
+
+// A channel id: decimal, or hexadecimal after 0x (or 0X), up to 2^32 - 1.
+// Nothing else is accepted: no sign, no spaces, no trailing characters.
+std::optional<std::uint32_t> parseChannelId(const std::string& text);
+
+// Bytes written as hexadecimal digit pairs ("0A0B0C0D"), optionally after 0x;
+// spaces, ':' and '-' between pairs are ignored ("0a:0b", "0A 0B"). Empty
+// when there are no digits, an odd number of them, or another character.
+std::optional<std::vector<unsigned char>> parseHexData(const std::string& text);
+
+// A positive duration: a decimal number, optionally with a fraction, and a
+// unit ms, s or m; seconds when there is none ("5", "500ms", "2s", "1.5s").
+// Rounded down to whole milliseconds; empty when that is zero, when it is
+// longer than a billion seconds, or when the text is anything else.
+std::optional<std::chrono::milliseconds> parseDuration(const std::string& text);
+
+// A positive decimal count; empty for zero, a sign, or anything else.
+std::optional<std::uint64_t> parseCount(const std::string& text);
+
+// A TCP port: decimal, 1 to 65535.
+std::optional<std::string> parsePort(const std::string& text);
+
+// The text of chanlink --help.
+std::string usageText();
+
+}  // namespace cli
