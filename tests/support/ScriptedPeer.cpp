@@ -47,6 +47,11 @@ void ScriptedPeer::send(const std::shared_ptr<const Message>& message) {
     flush();
 }
 
+void ScriptedPeer::sendBytes(const std::vector<unsigned char>& bytes) {
+    unsent.insert(unsent.end(), bytes.begin(), bytes.end());
+    flush();
+}
+
 void ScriptedPeer::flush() {
     if (unsent.empty()) {
         return;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -33,6 +34,11 @@ public:
     // Frames and writes a message (whatever the transport does not take now
     // is written by the next serve or send).
     void send(const std::shared_ptr<const Message>& message);
+    // Writes bytes as they are, unframed, behind anything still unsent: half
+    // frames, garbage.
+    void sendBytes(const std::vector<unsigned char>& bytes);
+    // Bytes sent or given to send that the transport has not taken yet.
+    std::size_t unsentBytes() const { return unsent.size(); }
     // Sends the channel's current value as a get response, as a push.
     void push(unsigned int channelId);
 
