@@ -39,10 +39,12 @@
 // Transports
 #include "chanlink/transport/ConnectionOutcome.h"
 #include "chanlink/transport/LoopBackTransport.h"
+#include "chanlink/transport/PollableTransport.h"
 #include "chanlink/transport/ReadTransport.h"
 #include "chanlink/transport/TCPClientTransport.h"
 #include "chanlink/transport/TCPServerTransportBuilder.h"
 #include "chanlink/transport/TCPTransport.h"
+#include "chanlink/transport/TransportPoll.h"
 #include "chanlink/transport/Transport.h"
 #include "chanlink/transport/WriteTransport.h"
 

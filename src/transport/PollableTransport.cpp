@@ -1,0 +1,3 @@
+#include "chanlink/transport/PollableTransport.h"
+
+PollableTransport::~PollableTransport() = default;
