@@ -18,6 +18,7 @@
 #include "chanlink/messages/SubscriptionRequest.h"
 #include "chanlink/messages/SubscriptionResponse.h"
 #include "chanlink/messages/UserAccountRequest.h"
+#include "chanlink/transport/TransportPoll.h"
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/Encoder.h"
 
@@ -38,7 +39,7 @@ std::shared_ptr<Receiver<Message>> route(Handler handler) {
 
 }  // namespace
 
-DeviceConnection::DeviceConnection(unsigned int id, std::shared_ptr<TCPTransport> transport,
+DeviceConnection::DeviceConnection(unsigned int id, std::shared_ptr<Transport> transport,
                                    std::shared_ptr<ChannelStore> store,
                                    const DeviceSettings& settings, LoginCheck loginCheck,
                                    std::shared_ptr<Receiver<DeviceEvent>> events)
@@ -117,11 +118,23 @@ void DeviceConnection::pushChange(unsigned int channelId,
 }
 
 void DeviceConnection::close() {
-    transport->close();
+    TransportPoll::close(*transport);
 }
 
 bool DeviceConnection::isOpen() const {
-    return dropReason.empty() && transport->state() == ConnectionOutcome::Connected;
+    return dropReason.empty() && !TransportPoll::of(*transport).ended();
+}
+
+pollfd DeviceConnection::getPollDescriptor() const {
+    if (!isOpen()) {
+        return pollfd{-1, 0, 0};
+    }
+    return TransportPoll::of(*transport).entry(wantsToWrite());
+}
+
+bool DeviceConnection::readyWithoutWaiting() const {
+    const TransportPoll poll = TransportPoll::of(*transport);
+    return isOpen() && (!poll.hasSocket || poll.inputBuffered);
 }
 
 bool DeviceConnection::wantsToWrite() const {
@@ -252,7 +265,7 @@ void DeviceConnection::send(const std::shared_ptr<const Message>& message) {
 
 void DeviceConnection::drop(std::string reason) {
     dropReason = std::move(reason);
-    transport->close();
+    TransportPoll::close(*transport);
 }
 
 void DeviceConnection::report(DeviceEvent::Kind kind, std::string detail) {

@@ -13,6 +13,7 @@
 
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/messages/GetResponse.h"
+#include "chanlink/transport/TransportPoll.h"
 
 namespace {
 
@@ -103,12 +104,12 @@ std::string DeviceServer::getListeningService() const {
     return isListening() ? listener->getListeningService() : std::string();
 }
 
-unsigned int DeviceServer::adopt(std::shared_ptr<TCPTransport> transport) {
+unsigned int DeviceServer::adopt(std::shared_ptr<Transport> transport) {
     if (!transport) {
         return 0;
     }
     const unsigned int id = ++lastId;
-    const std::string peer = peerAddress(transport->getSocket());
+    const std::string peer = peerAddress(TransportPoll::of(*transport).descriptor);
     connections.push_back(std::make_shared<DeviceConnection>(
         id, std::move(transport), store, settings,
         [this](const std::string& username, const std::string& password) {
@@ -126,17 +127,17 @@ std::size_t DeviceServer::poll(std::chrono::milliseconds timeout) {
     waitList.push_back({wakeRead, POLLIN, 0});
     waitList.push_back({isListening() ? listener->getSocket() : -1, POLLIN, 0});
     for (const auto& connection : connections) {
-        const short events = connection->wantsToWrite() ? POLLIN | POLLOUT : POLLIN;
-        waitList.push_back({connection->isOpen() ? connection->getSocket() : -1, events, 0});
+        waitList.push_back(connection->getPollDescriptor());
     }
     // Entries of -1 are skipped by poll; a connection that closed since the
-    // last poll is removed below without a wait.
-    const bool anyClosed = std::any_of(connections.begin(), connections.end(),
-                                       [](const auto& c) { return !c->isOpen(); });
-    const int ready =
-        ::poll(waitList.data(), waitList.size(), anyClosed ? 0 : toPollTimeout(timeout));
+    // last poll is removed below without a wait, and one holding input (or
+    // without a socket) is ticked without one.
+    const bool noWait = std::any_of(connections.begin(), connections.end(), [](const auto& c) {
+        return !c->isOpen() || c->readyWithoutWaiting();
+    });
+    const int ready = ::poll(waitList.data(), waitList.size(), noWait ? 0 : toPollTimeout(timeout));
 
-    if (ready > 0) {
+    if (ready >= 0) {
         if (waitList[0].revents != 0) {
             drainWake();
         }
@@ -144,7 +145,7 @@ std::size_t DeviceServer::poll(std::chrono::milliseconds timeout) {
         // after them in the list.
         const std::size_t waited = waitList.size() - 2;
         for (std::size_t i = 0; i < waited; ++i) {
-            if (waitList[i + 2].revents != 0) {
+            if (waitList[i + 2].revents != 0 || connections[i]->readyWithoutWaiting()) {
                 connections[i]->tick();
             }
         }

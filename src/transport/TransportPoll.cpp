@@ -41,3 +41,11 @@ TransportPoll TransportPoll::of(const Transport& transport) {
     }
     return answer;
 }
+
+void TransportPoll::close(Transport& transport) {
+    if (auto* pollable = dynamic_cast<PollableTransport*>(&transport)) {
+        pollable->close();
+    } else if (auto* tcp = dynamic_cast<TCPTransport*>(&transport)) {
+        tcp->close();
+    }
+}

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <poll.h>
+
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -16,7 +18,7 @@
 #include "chanlink/server/DeviceEvent.h"
 #include "chanlink/server/DeviceSettings.h"
 #include "chanlink/server/MessageBacklog.h"
-#include "chanlink/transport/TCPTransport.h"
+#include "chanlink/transport/Transport.h"
 #include "chanlink/wire/Decoder.h"
 
 class GetRequest;
@@ -43,8 +45,9 @@ public:
     static constexpr int WriteChunkBytes = 16384;
 
     // None of transport, store and loginCheck may be empty; events may be.
-    // Only the limits of settings are used here.
-    DeviceConnection(unsigned int id, std::shared_ptr<TCPTransport> transport,
+    // Only the limits of settings are used here. Any transport serves: TCP,
+    // TLS, a capturing wrapper or an in-memory one.
+    DeviceConnection(unsigned int id, std::shared_ptr<Transport> transport,
                      std::shared_ptr<ChannelStore> store, const DeviceSettings& settings,
                      LoginCheck loginCheck, std::shared_ptr<Receiver<DeviceEvent>> events);
     ~DeviceConnection();
@@ -68,7 +71,8 @@ public:
     void close();
 
     unsigned int getId() const { return id; }
-    // Connected and not dropped.
+    // Not dropped, and the transport has neither failed nor closed (a TLS
+    // transport still in its handshake is open).
     bool isOpen() const;
     bool loggedIn() const { return loggedInNow; }
     bool logPushOn() const { return logPush; }
@@ -80,8 +84,13 @@ public:
     std::size_t backlogBytes() const;
     // Bytes received and not yet cut into frames.
     std::size_t undecodedBytes() const { return decoder->bufferedBytes(); }
-    // The socket to wait on; -1 once closed.
-    int getSocket() const { return transport->getSocket(); }
+    // What to wait on before the next tick: the transport's socket with
+    // POLLIN, and POLLOUT while output waits; fd -1 once closed or for a
+    // transport without a socket (tick it on every round).
+    pollfd getPollDescriptor() const;
+    // Input is waiting inside the transport, or it has no socket to wait on:
+    // tick without waiting for the socket.
+    bool readyWithoutWaiting() const;
     // Why the device dropped the connection; empty when it did not.
     const std::string& getDropReason() const { return dropReason; }
 
@@ -98,7 +107,7 @@ private:
     void report(DeviceEvent::Kind kind, std::string detail);
 
     unsigned int id;
-    std::shared_ptr<TCPTransport> transport;
+    std::shared_ptr<Transport> transport;
     std::shared_ptr<ChannelStore> store;
     std::size_t maxInputBytes;
     std::size_t maxBacklogBytes;

@@ -72,7 +72,7 @@ public:
     // Serves an already connected transport as if it had been accepted.
     // Returns the connection's id; 0 (and nothing is served) for an empty
     // pointer.
-    unsigned int adopt(std::shared_ptr<TCPTransport> transport);
+    unsigned int adopt(std::shared_ptr<Transport> transport);
 
     // Waits until a socket is ready, the wake descriptor is written or the
     // timeout passes (a negative timeout waits without limit, 0 not at all),

@@ -4,13 +4,16 @@
 
 // Implemented beside Transport by transports that are not plain TCP
 // transports but have a socket underneath (TLS) or wrap another transport
-// (capture, observation): TransportPoll::of() asks them instead of guessing.
-// A wrapper answers with TransportPoll::of(inner).
+// (capture, observation): TransportPoll::of() and TransportPoll::close() ask
+// them instead of guessing.
+// A wrapper answers with TransportPoll::of(inner) and TransportPoll::close(inner).
 class PollableTransport {
 public:
     virtual ~PollableTransport();
 
     virtual TransportPoll pollState() const = 0;
+    // Ends the connection underneath; later reads and writes move nothing.
+    virtual void close() = 0;
 
 protected:
     PollableTransport() = default;

@@ -37,4 +37,8 @@ public:
     // The answer for any transport: a PollableTransport's own, a
     // TCPTransport's socket and state, or an in-memory transport's.
     static TransportPoll of(const Transport& transport);
+    // Closes any transport the library makes: a PollableTransport's
+    // connection or a TCPTransport's socket. In-memory transports have
+    // nothing to close and are left alone.
+    static void close(Transport& transport);
 };
