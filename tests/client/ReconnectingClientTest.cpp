@@ -85,6 +85,8 @@ TEST(ReconnectingClient, SubscriptionsDeliverAgainAfterTheDeviceRestarts) {
     ASSERT_TRUE(f.until([&] { return f.device.peer()->received.size() == 5; }));
     EXPECT_EQ(f.client.outstanding(), 2u);
 
+    // A frame cut short by the device's end is gone with its connection.
+    f.device.peer()->sendBytes({0xFF, 0x10, 0x00, 0x00, 0x00, 0x0B, 0x01, 0x00, 0x0A});
     f.device.stop();
     ASSERT_TRUE(f.until([&] { return f.client.getState() != ReconnectingClient::Ready; }));
     EXPECT_EQ(f.client.getState(), ReconnectingClient::WaitingToReconnect);
