@@ -31,7 +31,6 @@
 #include <vector>
 
 #include "FuzzCheck.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/messages/ErrorResponse.h"
 #include "chanlink/messages/GetRequest.h"
@@ -39,6 +38,7 @@
 #include "chanlink/messages/LoginRequest.h"
 #include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/MessageProductionChain.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/messages/SetResponse.h"
 #include "chanlink/messages/SubscriptionRequest.h"

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/endpoint/IncomingEndPoint.h"
 #include "chanlink/endpoint/OutgoingEndPoint.h"
 #include "chanlink/flow/FunctionReceiver.h"
@@ -13,6 +12,7 @@
 #include "chanlink/messages/LogPushRequest.h"
 #include "chanlink/messages/LoginRequest.h"
 #include "chanlink/messages/MessageProductionChain.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/messages/SetResponse.h"
 #include "chanlink/messages/SubscriptionRequest.h"
