@@ -60,15 +60,7 @@ constexpr int PollRounds = 64;  // a bound on every wait; one poll normally does
 constexpr std::size_t MaxPieces = 32;
 
 MessageProductionChain& responseChain() {
-    static MessageProductionChain chain = [] {
-        MessageProductionChain made;
-        made.addProducer(GetResponse::Code, GetResponse::read);
-        made.addProducer(SetResponse::Code, SetResponse::read);
-        made.addProducer(SubscriptionResponse::Code, SubscriptionResponse::read);
-        made.addProducer(LoginResponse::Code, LoginResponse::read);
-        made.addProducer(ErrorResponse::Code, ErrorResponse::read);
-        return made;
-    }();
+    static MessageProductionChain chain = *MessageProductionChain::newClientInstance();
     return chain;
 }
 

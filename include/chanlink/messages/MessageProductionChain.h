@@ -21,6 +21,13 @@ public:
     // No entries.
     MessageProductionChain();
 
+    // A new chain with the five producers of what a client receives, in this
+    // order: login, get, set and subscription responses, error responses.
+    static std::shared_ptr<MessageProductionChain> newClientInstance();
+    // A new chain with the producers of what a device receives: get, set,
+    // subscription, log-push and account (login) requests.
+    static std::shared_ptr<MessageProductionChain> newDeviceInstance();
+
     // Registers producer for code, in place of any producer it had. A null
     // producer leaves an entry that produces nothing.
     void addProducer(OpCode code, Producer producer);
