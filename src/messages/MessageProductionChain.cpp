@@ -11,7 +11,7 @@
 #include "chanlink/messages/SubscriptionResponse.h"
 #include "chanlink/messages/UserAccountRequest.h"
 
-MessageProductionChain::MessageProductionChain() : producers{}, hasEntry{} {}
+MessageProductionChain::MessageProductionChain() = default;
 
 std::shared_ptr<MessageProductionChain> MessageProductionChain::newClientInstance() {
     auto chain = std::make_shared<MessageProductionChain>();
@@ -37,7 +37,11 @@ std::shared_ptr<MessageProductionChain> MessageProductionChain::newDeviceInstanc
 
 void MessageProductionChain::addProducer(OpCode code, Producer producer) {
     producers[code] = producer;
-    hasEntry.set(code);
+}
+
+MessageProductionChain::Producer MessageProductionChain::getProducer(OpCode code) const {
+    const auto entry = producers.find(code);
+    return entry != producers.end() ? entry->second : nullptr;
 }
 
 std::shared_ptr<const Message> MessageProductionChain::produceMessageFromFrame(
@@ -45,8 +49,6 @@ std::shared_ptr<const Message> MessageProductionChain::produceMessageFromFrame(
     if (frame.empty()) {
         return nullptr;
     }
-    const OpCode code = frame[Message::OpCodePosition];
-    hasEntry.set(code);
-    const Producer producer = producers[code];
+    const Producer producer = producers[frame[Message::OpCodePosition]];
     return producer ? producer(frame) : nullptr;
 }
