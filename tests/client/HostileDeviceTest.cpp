@@ -5,11 +5,11 @@
 #include <gtest/gtest.h>
 
 #include "chanlink/client/ClientSessionBuilder.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/ReconnectingClient.h"
 #include "chanlink/messages/GetRequest.h"
 #include "chanlink/messages/GetResponse.h"
 #include "chanlink/messages/LogPushRequest.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "support/ManualClock.h"
 #include "support/RecordingReceiver.h"
 #include "support/ScriptedPeer.h"
