@@ -161,6 +161,7 @@ const Scenario scenarios[] = {
          login(s);
          auto a = s.got("a");
          auto b = s.got("b");
+         s.session->removePushSubscription(1, a);  // nothing to remove: nothing sent
          s.session->addPushSubscription(1, a);
          s.session->addPushSubscription(2, b);
          s.rounds(2);
