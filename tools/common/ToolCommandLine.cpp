@@ -37,6 +37,15 @@ std::optional<std::string> portNumber(const std::string& text, std::uint64_t low
 
 std::optional<int> parseCommandLine(CLI::App& app, std::vector<std::string> arguments,
                                     std::ostream& out, std::ostream& err) {
+    // CLI11 reads "--name=" as "--name" and takes the next argument as the
+    // value; an empty value is meant.
+    for (auto at = arguments.begin(); at != arguments.end() && *at != "--"; ++at) {
+        if (at->size() > 3 && at->compare(0, 2, "--") == 0 && at->back() == '=' &&
+            at->find('=') == at->size() - 1) {
+            at->pop_back();
+            at = arguments.insert(at + 1, std::string());
+        }
+    }
     // CLI11 takes the arguments last first.
     std::reverse(arguments.begin(), arguments.end());
     try {
