@@ -273,7 +273,7 @@ usage)
     expect "bad timeout rc" 2 "$RC"
     cli --help
     expect "help rc" 0 "$RC"
-    expect_match "help text" "Usage: chanlink \\[OPTIONS\\] SUBCOMMAND" "$OUT"
+    expect_match "help text" "Usage: chanlink \\[OPTIONS\\] COMMAND" "$OUT"
     ;;
 
 *)

@@ -85,6 +85,18 @@ void addChannelIds(CLI::App& command, std::vector<std::uint32_t>& channels, bool
         ->required(required);
 }
 
+// Calls subcommands commands, and shows the command as needed: CLI11
+// brackets it because the callback below, not CLI11, checks for it.
+class Formatter : public CLI::Formatter {
+public:
+    Formatter() { label("SUBCOMMAND", "COMMAND"); }
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        std::string usage = CLI::Formatter::make_usage(app, std::move(name));
+        const std::size_t at = usage.find("[COMMAND]");
+        return at == std::string::npos ? usage : usage.replace(at, 9, "COMMAND");
+    }
+};
+
 }  // namespace
 
 ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostream& out,
@@ -94,6 +106,7 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
     CLI::App app("Gets, sets, watches and pushes channel values of a chanlink device.", "chanlink");
     app.set_version_flag("--version", std::string("chanlink ") + CHANLINK_VERSION);
     app.footer(Footer);
+    app.formatter(std::make_shared<Formatter>());
 
     const auto host = [](const std::string& text) {
         return text.empty() ? std::nullopt : std::optional<std::string>(text);
@@ -148,7 +161,7 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
         ->type_name("");
     for (CLI::App* command : {get, set, watch, push}) {
         // Options may follow the command and its operands.
-        command->fallthrough();
+        command->fallthrough()->group("Commands");
     }
     // Extras are allowed only so that they are reported here, after a
     // missing or unknown command.
