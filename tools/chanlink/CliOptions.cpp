@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cctype>
 #include <cstddef>
 #include <limits>
 #include <map>
@@ -130,6 +131,10 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
     tool::addParsed(app, "--timeout", options.timeout, parseDuration, duration,
                     "limit for each wait (default 5s; e.g. 500ms, 2s, 1m)")
         ->type_name("DURATION");
+    tool::addParsed(app, "--max-frame", options.maxFrame, parseSize,
+                    "a size (e.g. 65536, 64K, 16M)",
+                    "close the connection when the device sends a larger frame (default 16M)")
+        ->type_name("SIZE");
     tool::addParsed(app, "--count", options.count, count, "a positive count",
                     "watch, push: stop after N lines")
         ->type_name("N");
@@ -266,6 +271,30 @@ std::optional<std::chrono::milliseconds> parseDuration(const std::string& text) 
         return std::nullopt;
     }
     return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(milliseconds));
+}
+
+std::optional<std::size_t> parseSize(const std::string& text) {
+    std::size_t digits = 0;
+    while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits]))) {
+        ++digits;
+    }
+    const std::string suffix = text.substr(digits);
+    std::size_t unit = 1;
+    if (suffix == "K" || suffix == "KiB") {
+        unit = 1024;
+    } else if (suffix == "M" || suffix == "MiB") {
+        unit = 1024 * 1024;
+    } else if (suffix == "G" || suffix == "GiB") {
+        unit = 1024 * 1024 * 1024;
+    } else if (!suffix.empty()) {
+        return std::nullopt;
+    }
+    const auto number = tool::decimalNumber(text.substr(0, digits), 1,
+                                            std::numeric_limits<std::size_t>::max() / unit);
+    if (!number) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(*number) * unit;
 }
 
 }  // namespace cli
