@@ -6,11 +6,14 @@
 #include "chanlink/endpoint/Session.h"
 #include "chanlink/transport/LoopBackTransport.h"
 #include "support/Bytes.h"
+#include "support/Frames.h"
 #include "support/RecordingReceiver.h"
 #include "support/ScriptedTransport.h"
 
 using testing_support::bytes;
 using testing_support::Bytes;
+using testing_support::framed;
+using testing_support::framesIn;
 using testing_support::RecordingReceiver;
 using testing_support::ScriptedTransport;
 using Frames = std::vector<Bytes>;
@@ -21,22 +24,6 @@ using MessageQueue = QueuedReceiver<std::shared_ptr<const Message>>;
 
 std::shared_ptr<const Message> anyMessage(const Bytes& payload) {
     return Message::createShared(new Message(payload));
-}
-
-Bytes frame(const Bytes& payload) {
-    Bytes out;
-    Encoder().injectFrame(payload, out);
-    return out;
-}
-
-Frames framesIn(const Bytes& stream) {
-    Decoder decoder;
-    decoder.injectBytes(stream);
-    Frames frames;
-    while (decoder.hasFrames()) {
-        frames.push_back(decoder.extractFrame());
-    }
-    return frames;
 }
 
 // Reads and writes at most `capacity` bytes per tick; opcode 0x0B has a producer, 0x0C none.
@@ -73,7 +60,7 @@ TEST(Session, DeliversEveryFrameCompletedByATicksReadOfAtMostItsCapacity) {
     Wired w(8);
     Bytes stream;
     for (const char* payload : {"0B 01", "0C 00", "0B 02 FF"}) {  // 8, 8 and 10 bytes
-        const Bytes f = frame(bytes(payload));
+        const Bytes f = framed(bytes(payload));
         stream.insert(stream.end(), f.begin(), f.end());
     }
     w.transport->feed(stream);
@@ -105,7 +92,7 @@ TEST(Session, TicksTheTransportThenReadsThenWritesUpToCapacityLeftoversFirst) {
 
 TEST(Session, ResetDropsTheHalfReadFrameUnsentBytesAndQueuedMessages) {
     Wired w;
-    const Bytes half = frame(bytes("0B 01"));
+    const Bytes half = framed(bytes("0B 01"));
     w.transport->feed(Bytes(half.begin(), half.begin() + 3));
     w.send(bytes("0B 09"));
     w.transport->writeLimit = 3;
@@ -116,7 +103,7 @@ TEST(Session, ResetDropsTheHalfReadFrameUnsentBytesAndQueuedMessages) {
     w.transport->takeWritten();
     w.transport->writeLimit = 1 << 30;
     w.transport->feed(Bytes(half.begin() + 3, half.end()));
-    w.transport->feed(frame(bytes("0B 02")));
+    w.transport->feed(framed(bytes("0B 02")));
     w.session->tick();
     EXPECT_TRUE(w.transport->written().empty());
     EXPECT_EQ(w.received(), Frames{bytes("0B 02")});
@@ -144,7 +131,7 @@ TEST(EndPointBuilder, BuildsOnlyWithEveryPieceAndSharesOneDecoder) {
     auto first = builder.buildIncomingEndPoint();
     auto second = builder.buildIncomingEndPoint();
     ASSERT_NE(second, nullptr);
-    const Bytes whole = frame(bytes("0B 05"));
+    const Bytes whole = framed(bytes("0B 05"));
     transport->write(whole.data(), 3);
     first->doRead();
     transport->write(whole.data() + 3, static_cast<int>(whole.size() - 3));
