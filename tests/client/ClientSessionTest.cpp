@@ -41,13 +41,17 @@ const auto quiet = [] { return makeReceiver<GetOutcome>([](const GetOutcome&) {}
 const Scenario scenarios[] = {
     {"LoginOutcomesFollowTheDevicesAnswer",
      [](PairedSession& s) {
-         s.session->addLoginOutcomeReceiver(s.logins());
+         const auto logins = s.logins();
+         s.session->addLoginOutcomeReceiver(logins);
+         s.session->addLoginOutcomeReceiver(logins);  // once only
          for (unsigned char result : {1, 2, 0}) {
              s.device->loginResult = result;
              login(s);
          }
+         s.session->removeLoginOutcomeReceiver(logins);
+         login(s);
      },
-     {Login, Login, Login},
+     {Login, Login, Login, Login},
      {"login Pending", "login Success", "login Pending", "login TooManyConnections",
       "login Pending", "login Failure"}},
 
