@@ -199,6 +199,10 @@ const Scenario scenarios[] = {
      {}},
 };
 
+void PrintTo(const Scenario& scenario, std::ostream* out) {
+    *out << scenario.name;
+}
+
 class ClientSessionScenario : public testing::TestWithParam<Scenario> {};
 
 }  // namespace

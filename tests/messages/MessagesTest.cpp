@@ -103,6 +103,10 @@ const Accepted acceptance[] = {
     {"", "-"},
 };
 
+void PrintTo(const Accepted& row, std::ostream* out) {
+    *out << row.payload;
+}
+
 class Acceptance : public testing::TestWithParam<Accepted> {};
 
 }  // namespace
