@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -16,6 +18,7 @@
 #include "PythonClient.h"
 #include "PythonDevice.h"
 #include "PythonErrors.h"
+#include "ReferenceLoop.h"
 #include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/SessionWaiter.h"
 #include "chanlink/server/MemoryChannelStore.h"
@@ -377,6 +380,21 @@ PYBIND11_MODULE(_chanlink, m) {
         py::arg("code"),
         "The library's name of a reason code (17 -> 'UnknownChannel'); None for a device's "
         "own code.");
+
+    m.def(
+        "_reference_get_loop",
+        [](const std::string& host, const py::handle& port, const std::string& user,
+           const std::string& password, const py::handle& channel, const py::handle& count) {
+            const std::string service = std::to_string(arguments::integer(port, "port", 1, 65535));
+            const unsigned int id = arguments::channelId(channel);
+            const auto gets = arguments::integer(count, "count", 0, ULONG_MAX);
+            return withoutGil(
+                [&] { return referenceGetLoop(host, service, user, password, id, gets); });
+        },
+        py::arg("host"), py::arg("port"), py::arg("user"), py::arg("password"), py::arg("channel"),
+        py::arg("count"),
+        "For the benchmark: seconds count gets take in C++ (the same calls as Client.get), "
+        "-1 on failure.");
 
     py::class_<Client>(m, "Client",
                        "A connection to one device, kept alive: lost connections are made again "
