@@ -47,5 +47,21 @@ if(CHANLINK_BUILD_PYTHON AND NOT (Python3_FOUND AND pybind11_FOUND))
         "sudo apt-get install pybind11-dev python3-pybind11 python3-dev")
 endif()
 if(CHANLINK_BUILD_PYTHON)
+    # Where the interpreter finds it: Debian's python3 reads /usr/lib/python3/
+    # dist-packages and /usr/local/lib/python3.X/dist-packages; others read
+    # site-packages.
+    execute_process(COMMAND "${Python3_EXECUTABLE}" -c
+            "import sysconfig; print('deb_system' in sysconfig.get_scheme_names())"
+        OUTPUT_VARIABLE debian_python OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+    set(python_short "python${Python3_VERSION_MAJOR}.${Python3_VERSION_MINOR}")
+    if(debian_python STREQUAL "True" AND CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set(python_dir "lib/python3/dist-packages")
+    elseif(debian_python STREQUAL "True")
+        set(python_dir "lib/${python_short}/dist-packages")
+    else()
+        set(python_dir "lib/${python_short}/site-packages")
+    endif()
+    set(CHANLINK_PYTHON_INSTALL_DIR "${python_dir}" CACHE STRING
+        "Directory, relative to the install prefix, that receives the Python package")
     message(STATUS "chanlink Python module for ${Python3_EXECUTABLE} (${Python3_VERSION}), pybind11 ${pybind11_VERSION}")
 endif()

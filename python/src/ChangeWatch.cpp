@@ -48,7 +48,13 @@ std::optional<ChangeWatch::Change> ChangeWatch::next() {
                     std::chrono::steady_clock::now() - start);
                 timeLeft = std::max(std::chrono::milliseconds(0), duration - spent);
             }
-            client->tickUntil([this] { return !changes.empty(); }, timeLeft);
+            // A stopped client (closed, or lost with reconnect off) brings nothing more.
+            client->tickUntil(
+                [this] {
+                    return !changes.empty() ||
+                           client->client().getState() == ReconnectingClient::Stopped;
+                },
+                timeLeft);
         }
         if (!open || left == std::size_t(0) || changes.empty()) {
             return std::nullopt;

@@ -86,8 +86,9 @@ struct Client {
     }
 
     void checkOpen() {
-        if (withoutGil([&] { return core->isClosed(); })) {
-            PythonErrors::connectionFailed("the client is closed");
+        if (withoutGil([&] { return core->isStopped(); })) {
+            PythonErrors::connectionFailed(
+                withoutGil([&] { return core->describeNoConnection(); }));
         }
     }
 

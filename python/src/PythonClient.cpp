@@ -200,9 +200,9 @@ void PythonClient::close() {
     reconnecting.stop();
 }
 
-bool PythonClient::isClosed() {
+bool PythonClient::isStopped() {
     const std::lock_guard<std::mutex> guard(lock);
-    return closed;
+    return closed || reconnecting.getState() == ReconnectingClient::Stopped;
 }
 
 std::string PythonClient::stateName() {

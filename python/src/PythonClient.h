@@ -88,7 +88,9 @@ public:
     SessionWaiter::Result tickUntil(const std::function<bool()>& done, Milliseconds timeout);
 
     void close();
-    bool isClosed();
+    // Closed, or stopped after a lost connection with reconnect false: no
+    // call can succeed any more.
+    bool isStopped();
     std::string stateName();
     std::size_t droppedValues();
     // Why there is no connection, for ConnectionFailed.
