@@ -19,8 +19,8 @@
 #include "PythonDevice.h"
 #include "PythonErrors.h"
 #include "ReferenceLoop.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/SessionWaiter.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/server/MemoryChannelStore.h"
 
 namespace py = pybind11;

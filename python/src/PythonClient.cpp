@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "chanlink/client/LoginOutcome.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/flow/FunctionReceiver.h"
+#include "chanlink/messages/ReasonCode.h"
 
 namespace {
 

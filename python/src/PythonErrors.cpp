@@ -1,6 +1,6 @@
 #include "PythonErrors.h"
 
-#include "chanlink/client/ReasonCode.h"
+#include "chanlink/messages/ReasonCode.h"
 
 namespace py = pybind11;
 
