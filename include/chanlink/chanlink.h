@@ -44,8 +44,8 @@
 #include "chanlink/transport/TCPClientTransport.h"
 #include "chanlink/transport/TCPServerTransportBuilder.h"
 #include "chanlink/transport/TCPTransport.h"
-#include "chanlink/transport/TransportPoll.h"
 #include "chanlink/transport/Transport.h"
+#include "chanlink/transport/TransportPoll.h"
 #include "chanlink/transport/WriteTransport.h"
 
 // Endpoints and session
@@ -91,3 +91,9 @@
 #include "chanlink/server/LiveChannel.h"
 #include "chanlink/server/MemoryChannelStore.h"
 #include "chanlink/server/MessageBacklog.h"
+
+// Capture to pcap files
+#include "chanlink/capture/CaptureStream.h"
+#include "chanlink/capture/CaptureTransport.h"
+#include "chanlink/capture/LoginRedactor.h"
+#include "chanlink/capture/PcapWriter.h"
