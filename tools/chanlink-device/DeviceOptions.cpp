@@ -41,8 +41,12 @@ bool DeviceOptions::parse(const std::vector<std::string>& arguments, std::string
             printChannels = true;
             continue;
         }
+        if (name == "--capture-credentials") {
+            captureCredentials = true;
+            continue;
+        }
         if (name != "--port" && name != "--host" && name != "--user" && name != "--password" &&
-            name != "--max-clients" && name != "--channels") {
+            name != "--max-clients" && name != "--channels" && name != "--capture") {
             error = "unknown option '" + arguments[i] + "'";
             return false;
         }
@@ -72,6 +76,12 @@ bool DeviceOptions::parse(const std::vector<std::string>& arguments, std::string
             user = value;
         } else if (name == "--password") {
             password = value;
+        } else if (name == "--capture") {
+            if (value.empty()) {
+                error = "--capture needs a file name";
+                return false;
+            }
+            captureFile = value;
         } else {
             channelsFile = value;
         }
@@ -94,6 +104,9 @@ const char* DeviceOptions::usage() {
            "  --password TEXT     password a client logs in with (default secret)\n"
            "  --max-clients N     connections that may be logged in at once (default 4)\n"
            "  --channels FILE     channel table to serve (default: the built-in table)\n"
+           "  --capture FILE      record every connection into FILE (pcap; passwords\n"
+           "                      masked)\n"
+           "  --capture-credentials  leave login passwords readable in the capture\n"
            "  --print-channels    print the channel table in file format and exit\n"
            "  --help              print this help and exit\n"
            "  --version           print the version and exit\n"

@@ -14,6 +14,8 @@ struct DeviceOptions {
     std::string password = "secret";
     std::size_t maxClients = 4;
     std::string channelsFile;  // empty: the built-in table
+    std::string captureFile;   // empty: no capture
+    bool captureCredentials = false;
     bool help = false;
     bool version = false;
     bool printChannels = false;

@@ -12,6 +12,7 @@
 
 #include "ChannelTable.h"
 #include "DeviceOptions.h"
+#include "chanlink/capture/CaptureTransport.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/server/DeviceServer.h"
 
@@ -116,6 +117,20 @@ int main(int argc, char** argv) {
     DeviceServer server(store, settings);
     server.setEventReceiver(
         makeReceiver<DeviceEvent>([](const DeviceEvent& event) { say(event.describe()); }));
+    if (!options.captureFile.empty()) {
+        auto capture = PcapWriter::open(options.captureFile, error);
+        if (!capture) {
+            say(error);
+            return 2;
+        }
+        capture->setErrorHandler(say);
+        server.setAcceptWrapper(
+            [capture, credentials = options.captureCredentials](
+                std::shared_ptr<Transport> accepted) -> std::shared_ptr<Transport> {
+                return std::make_shared<CaptureTransport>(std::move(accepted), capture,
+                                                          CaptureStream::Side::Server, credentials);
+            });
+    }
 
     installSignalHandlers();
     wakeDescriptor = server.getWakeDescriptor();

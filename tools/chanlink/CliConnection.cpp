@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "CliOutput.h"
+#include "chanlink/capture/CaptureTransport.h"
 #include "chanlink/client/ClientSessionBuilder.h"
 #include "chanlink/flow/FunctionReceiver.h"
 
@@ -79,8 +80,18 @@ Connection::Connection(Options options, BytesObserver observer) : options(std::m
             }
         }));
     std::shared_ptr<Transport> transport = tcp;
+    if (!this->options.captureFile.empty()) {
+        std::string error;
+        // A write error later is reported on standard error by the writer itself.
+        if (auto file = PcapWriter::open(this->options.captureFile, error)) {
+            transport = std::make_shared<CaptureTransport>(tcp, file, CaptureStream::Side::Client,
+                                                           this->options.captureCredentials);
+        } else {
+            captureFailure = {ExitCode::UsageError, error};
+        }
+    }
     if (observer) {
-        transport = std::make_shared<ObservedTransport>(tcp, std::move(observer));
+        transport = std::make_shared<ObservedTransport>(transport, std::move(observer));
     }
     clientSession = ClientSessionBuilder()
                         .setTransport(transport)
@@ -96,6 +107,9 @@ Connection::~Connection() {
 }
 
 Failure Connection::open() {
+    if (captureFailure) {
+        return captureFailure;
+    }
     const auto deadline = Clock::now() + options.timeout;
     tcp->connect();
     if (!clientSession->initiateLogin()) {

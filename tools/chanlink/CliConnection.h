@@ -89,6 +89,8 @@ private:
 
     Options options;
     std::shared_ptr<TCPClientTransport> tcp;
+    // Why the capture file could not be opened; open() reports it.
+    Failure captureFailure;
     std::shared_ptr<ClientSession> clientSession;
     bool everConnected = false;
 };

@@ -52,11 +52,19 @@ std::optional<std::uint64_t> parseUnsigned(const std::string& digits, unsigned i
 enum class Takes { Nothing, Value };
 
 const std::map<std::string, Takes>& knownOptions() {
-    static const std::map<std::string, Takes> options = {
-        {"--host", Takes::Value},     {"--port", Takes::Value},     {"--user", Takes::Value},
-        {"--password", Takes::Value}, {"--timeout", Takes::Value},  {"--count", Takes::Value},
-        {"--seconds", Takes::Value},  {"--json", Takes::Nothing},   {"--help", Takes::Nothing},
-        {"-h", Takes::Nothing},       {"--version", Takes::Nothing}};
+    static const std::map<std::string, Takes> options = {{"--host", Takes::Value},
+                                                         {"--port", Takes::Value},
+                                                         {"--user", Takes::Value},
+                                                         {"--password", Takes::Value},
+                                                         {"--timeout", Takes::Value},
+                                                         {"--count", Takes::Value},
+                                                         {"--seconds", Takes::Value},
+                                                         {"--json", Takes::Nothing},
+                                                         {"--help", Takes::Nothing},
+                                                         {"-h", Takes::Nothing},
+                                                         {"--version", Takes::Nothing},
+                                                         {"--capture", Takes::Value},
+                                                         {"--capture-credentials", Takes::Nothing}};
     return options;
 }
 
@@ -99,6 +107,13 @@ std::string applyOption(Options& options, const std::string& name, const std::st
         options.count = *count;
     } else if (name == "--json") {
         options.json = true;
+    } else if (name == "--capture") {
+        if (value.empty()) {
+            return "--capture needs a file name";
+        }
+        options.captureFile = value;
+    } else if (name == "--capture-credentials") {
+        options.captureCredentials = true;
     } else if (name == "--help" || name == "-h") {
         options.command = Options::Command::Help;
     } else if (name == "--version") {
@@ -315,6 +330,8 @@ std::string usageText() {
            "  --count N           watch, push: stop after N lines\n"
            "  --seconds DURATION  watch, push: stop after this long\n"
            "  --json              one JSON object per line\n"
+           "  --capture FILE      record the connection into FILE (pcap; password masked)\n"
+           "  --capture-credentials  leave the password readable in the capture\n"
            "  --help, --version\n"
            "\n"
            "IDs are decimal or 0x-hexadecimal; HEXDATA is byte pairs such as 0A0B0C0D.\n"

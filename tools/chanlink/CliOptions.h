@@ -23,6 +23,10 @@ struct Options {
     // answers to a get or a set, then the first values of a watch.
     std::chrono::milliseconds timeout{5000};
     bool json = false;
+    // Records the connection into this pcap file when not empty.
+    std::string captureFile;
+    // Leaves the login password readable in the capture.
+    bool captureCredentials = false;
 
     // get, watch: one or more; set: exactly one; push: any number.
     std::vector<std::uint32_t> channels;
