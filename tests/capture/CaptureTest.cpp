@@ -1,0 +1,154 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "chanlink/capture/CaptureTransport.h"
+#include "support/Bytes.h"
+#include "support/TransportPair.h"
+
+using testing_support::Bytes;
+using testing_support::bytes;
+using testing_support::hex;
+
+namespace {
+
+std::uint32_t be(const Bytes& b, std::size_t at, int width) {
+    std::uint32_t value = 0;
+    for (int i = 0; i < width; ++i) {
+        value = value << 8 | b[at + i];
+    }
+    return value;
+}
+
+// The sum of 16-bit words that the Internet checksum folds.
+std::uint32_t sum16(const Bytes& b, std::size_t from, std::size_t to) {
+    std::uint32_t sum = 0;
+    for (std::size_t i = from; i < to; i += 2) {
+        sum += b[i] << 8 | (i + 1 < to ? b[i + 1] : 0);
+    }
+    return sum;
+}
+
+// Whether a sum over data that includes its checksum shows it right.
+bool checksumRight(std::uint32_t sum) {
+    while (sum >> 16) {
+        sum = (sum & 0xFFFF) + (sum >> 16);
+    }
+    return sum == 0xFFFF;
+}
+
+}  // namespace
+
+// A connection without a socket, recorded through the wrapper: one run of
+// bytes each way, then the end. Every record must be a valid IPv4/TCP packet
+// continuing its direction's sequence numbers.
+TEST(Capture, PcapLayoutOfOneConnection) {
+    const std::string path = testing::TempDir() + "capture_layout.pcap";
+    std::string error;
+    {
+        auto file = PcapWriter::open(path, error);
+        ASSERT_TRUE(file) << error;
+        auto [client, device] = testing_support::makeTransportPair();
+        CaptureTransport capture(client, file, CaptureStream::Side::Client);
+        const Bytes request = bytes("FF 01 00 00 00 0B FE");
+        ASSERT_EQ(capture.write(request.data(), 7), 7);
+        device->write("\xAB\xCD", 2);
+        unsigned char buffer[8];
+        ASSERT_EQ(capture.read(buffer, 8), 2);
+    }
+    std::ifstream in(path, std::ios::binary);
+    const Bytes file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::remove(path.c_str());
+    ASSERT_GE(file.size(), 24u);
+    EXPECT_EQ(hex(Bytes(file.begin(), file.begin() + 24)),
+              "D4 C3 B2 A1 02 00 04 00 00 00 00 00 00 00 00 00 FF FF 00 00 65 00 00 00");
+
+    const std::vector<int> expectedFlags = {0x02, 0x12, 0x10, 0x18, 0x18, 0x11, 0x11, 0x10};
+    const std::vector<std::string> expectedData = {"",      "", "", "FF 01 00 00 00 0B FE",
+                                                   "AB CD", "", "", ""};
+    std::uint32_t next[2] = {0, 0};  // client, server; 0 until the SYN
+    std::size_t at = 24;
+    for (std::size_t n = 0; n < expectedFlags.size(); ++n) {
+        SCOPED_TRACE("record " + std::to_string(n));
+        ASSERT_LE(at + 16, file.size());
+        const std::uint32_t length = file[at + 8] | file[at + 9] << 8;
+        ASSERT_EQ(file[at + 12] | file[at + 13] << 8, static_cast<int>(length));
+        const Bytes p(file.begin() + at + 16, file.begin() + at + 16 + length);
+        at += 16 + length;
+
+        EXPECT_EQ(p[0], 0x45);
+        EXPECT_EQ(be(p, 2, 2), length);
+        EXPECT_EQ(p[9], 6);
+        EXPECT_TRUE(checksumRight(sum16(p, 0, 20)));
+        EXPECT_EQ(be(p, 12, 4), 0x7F000001u);
+        EXPECT_EQ(be(p, 16, 4), 0x7F000001u);
+        // The TCP checksum covers the addresses, the protocol and the length too.
+        EXPECT_TRUE(checksumRight(sum16(p, 12, 20) + 6 + (length - 20) + sum16(p, 20, length)));
+
+        const bool fromClient = be(p, 20, 2) == 49152;
+        EXPECT_EQ(be(p, 20, 2) + be(p, 22, 2), 49152u + 7300u);
+        const int flags = p[33];
+        EXPECT_EQ(flags, expectedFlags[n]);
+        const std::uint32_t seq = be(p, 24, 4);
+        std::uint32_t& mine = next[fromClient ? 0 : 1];
+        if (flags & 0x02) {
+            mine = seq;
+        }
+        EXPECT_EQ(seq, mine);
+        if (flags & 0x10) {
+            EXPECT_EQ(be(p, 28, 4), next[fromClient ? 1 : 0]);
+        }
+        EXPECT_EQ(hex(Bytes(p.begin() + 40, p.end())), expectedData[n]);
+        mine += static_cast<std::uint32_t>(length - 40) + (flags & 0x03 ? 1 : 0);
+    }
+    EXPECT_EQ(at, file.size());
+}
+
+// What a capture shows of the client's bytes, given in pieces.
+TEST(Capture, LoginPasswordsAreMasked) {
+    struct Case {
+        const char* what;
+        std::vector<std::string> pieces;
+        std::string shown;
+    };
+    const std::string login = "FF 0A 00 00 00 09 09 07 02 03 61 62 78 79 7A FE";
+    const std::string masked = "FF 0A 00 00 00 09 09 07 02 03 61 62 2A 2A 2A FE";
+    const std::vector<Case> cases = {
+        {"login", {login}, masked},
+        {"login one byte at a time, after a get and noise",
+         {"01 FF 03 00 00 00 00 00 00 FE", "FF", "0A", "00 00 00 09 09 07 02 03 61", "62 78 79",
+          "7A", "FE"},
+         "01 FF 03 00 00 00 00 00 00 FE " + masked},
+        // The stuffed password byte FF (FD 02) becomes one '*'.
+        {"stuffed password",
+         {"FF 07 00 00 00 09 09 07 00 02 FD 02 41 FE"},
+         "FF 07 00 00 00 09 09 07 00 02 2A 2A FE"},
+        {"wrong length",
+         {"FF 09 00 00 00 09 09 07 02 03 61 62 78 79 7A FE"},
+         "FF 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A FE"},
+        {"cut off by a new frame",
+         {"FF 0A 00 00 00 09 09 07 02 03 61 62 78 " + login},
+         "FF 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A " + masked},
+        {"unfinished at the end",
+         {"FF 0A 00 00 00 09 09 07 02 03 61 62 78"},
+         "FF 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A"},
+        {"other frames untouched",
+         {"FF 02 00 00 00 04 01 FE FF 01", " 00 00 00 FD 02 FE"},
+         "FF 02 00 00 00 04 01 FE FF 01 00 00 00 FD 02 FE"},
+    };
+    for (const Case& c : cases) {
+        LoginRedactor redactor;
+        Bytes shown;
+        for (const std::string& piece : c.pieces) {
+            const Bytes in = bytes(piece);
+            const Bytes out = redactor.take(in.data(), in.size());
+            shown.insert(shown.end(), out.begin(), out.end());
+        }
+        const Bytes rest = redactor.finish();
+        shown.insert(shown.end(), rest.begin(), rest.end());
+        EXPECT_EQ(hex(shown), hex(bytes(c.shown))) << c.what;
+    }
+}
