@@ -110,11 +110,13 @@ local function sub(tvb, offset, length)
     return tvb(offset, length)
 end
 
-local function add_or_empty(tree, field, range, tvb, offset)
+local function add_or_empty(tree, field, range, tvb, offset, label)
     if range then
         return tree:add_le(field, range)
     end
-    return tree:add(field, tvb(offset, 0))
+    local item = tree:add(field, tvb(offset, 0))
+    item:set_text(label .. ": (none)")
+    return item
 end
 
 -- Each decoder takes the payload's Tvb (opcode at 0) and the message's
@@ -158,9 +160,9 @@ local function decode_get_response(p, tree, name)
         vtree:add_le(f.channel, p(offset, 4))
         vtree:add_le(f.value_length, p(offset + 4, 2))
         vtree:add_le(f.header_length, p(offset + 6, 2))
-        add_or_empty(vtree, f.header, sub(p, offset + 8, header_length), p, offset + 8)
+        add_or_empty(vtree, f.header, sub(p, offset + 8, header_length), p, offset + 8, "Header")
         local data = sub(p, offset + 8 + header_length, data_length)
-        add_or_empty(vtree, f.data, data, p, offset + 8 + header_length)
+        add_or_empty(vtree, f.data, data, p, offset + 8 + header_length, "Data")
         vtree:append_text(": " .. id .. " = " .. hex(data))
         parts[#parts + 1] = id .. "=" .. hex(data)
         offset = offset + 8 + total
@@ -176,7 +178,7 @@ local function decode_set_request(p, tree, name)
     tree:add_le(f.channel, p(1, 4))
     tree:add_le(f.data_length, p(5, 2))
     local data = sub(p, 7, math.min(length, n - 7))
-    add_or_empty(tree, f.data, data, p, 7)
+    add_or_empty(tree, f.data, data, p, 7, "Data")
     return name .. " " .. p(1, 4):le_uint() .. "=" .. hex(data), n == 7 + length
 end
 
@@ -203,9 +205,9 @@ local function decode_login_request(p, tree, name)
     tree:add(f.password_length, p(4, 1))
     if 5 + user_length > n then return name, false end
     local user = sub(p, 5, user_length)
-    add_or_empty(tree, f.username, user, p, 5)
+    add_or_empty(tree, f.username, user, p, 5, "Username")
     local password = sub(p, 5 + user_length, math.min(password_length, n - 5 - user_length))
-    add_or_empty(tree, f.password, password, p, 5 + user_length)
+    add_or_empty(tree, f.password, password, p, 5 + user_length, "Password")
     -- The password never goes into the Info column.
     local text = name .. " " .. (user and user:string() or "''")
     return text, p(1, 1):uint() == 9 and p(2, 1):uint() == 7 and n == 5 + user_length + password_length
