@@ -60,24 +60,17 @@ tools)
     device_pid=$!
     read -r -t 10 -u "$device_fd" line || fail "the device printed no port"
     port=${line#port }
-    cli() {  # cli CAPTURE ARGUMENT...
-        local capture=$1
-        shift
-        timeout 10 "$chanlink" --host 127.0.0.1 --port "$port" --capture "$capture" "$@" \
+    cli() {  # cli EXPECTED_RC CAPTURE ARGUMENT...
+        timeout 10 "$chanlink" --host 127.0.0.1 --port "$port" --capture "${@:2}" \
             >"$work/out" 2>"$work/err"
-        RC=$?
+        expect "rc of chanlink ${*:3}" "$1" "$?"
     }
-    cli "$work/get.pcap" get 1 99
-    expect "get rc" 1 "$RC"
-    cli "$work/set.pcap" --capture-credentials set 1 0A0B0C0D
-    expect "set rc" 0 "$RC"
-    cli "$work/watch.pcap" --count 2 watch 2
-    expect "watch rc" 0 "$RC"
-    cli "$work/refused.pcap" --password wrong get 1
-    expect "refused rc" 4 "$RC"
+    cli 1 "$work/get.pcap" get 1 99
+    cli 0 "$work/set.pcap" --capture-credentials set 1 0A0B0C0D
+    cli 0 "$work/watch.pcap" --count 2 watch 2
+    cli 4 "$work/refused.pcap" --password wrong get 1
     # A capture that cannot be written stops; the command goes on.
-    cli /dev/full get 1
-    expect "/dev/full rc" 0 "$RC"
+    cli 0 /dev/full get 1
     expect "/dev/full output" "1 0A0B0C0D" "$(cat "$work/out")"
     expect "/dev/full error" "chanlink: capture to /dev/full stopped: No space left on device" \
         "$(cat "$work/err")"
