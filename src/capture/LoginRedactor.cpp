@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr unsigned char LoginOpCode = 9;
 // In the unstuffed candidate: 4 length bytes, then the payload.
 constexpr std::size_t OpCodeAt = 4;
 constexpr std::size_t UsernameLengthAt = OpCodeAt + 3;
@@ -70,7 +69,7 @@ void LoginRedactor::takeByte(unsigned char byte, std::vector<unsigned char>& out
         plain.push_back(byte);
     }
     const bool opcodeKnown = plain.size() > OpCodeAt;
-    if (opcodeKnown && plain[OpCodeAt] != LoginOpCode) {
+    if (opcodeKnown && plain[OpCodeAt] != UserAccountRequest::Code) {
         // Not a login: nothing to hide in the rest of this frame.
         out.insert(out.end(), raw.begin(), raw.end());
         state = State::Outside;

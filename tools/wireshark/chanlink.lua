@@ -24,7 +24,7 @@ local opcode_names = {
 local request_words = {
     [0] = "get", [2] = "set", [3] = "subscription", [4] = "logpush", [9] = "login",
 }
--- include/chanlink/client/ReasonCode.h
+-- include/chanlink/messages/ReasonCode.h
 local reason_names = {
     [1] = "SetRequestNotBuilt", [2] = "BitBeyondData", [16] = "NotLoggedIn",
     [17] = "UnknownChannel", [18] = "ReadOnlyChannel", [19] = "WrongDataSize",
