@@ -25,21 +25,15 @@ std::uint32_t be(const Bytes& b, std::size_t at, int width) {
     return value;
 }
 
-// The sum of 16-bit words that the Internet checksum folds.
-std::uint32_t sum16(const Bytes& b, std::size_t from, std::size_t to) {
-    std::uint32_t sum = 0;
+// Whether the Internet checksum over [from, to), plus extra, is right.
+bool checksumRight(const Bytes& b, std::size_t from, std::size_t to, std::uint32_t extra = 0) {
     for (std::size_t i = from; i < to; i += 2) {
-        sum += b[i] << 8 | (i + 1 < to ? b[i + 1] : 0);
+        extra += b[i] << 8 | (i + 1 < to ? b[i + 1] : 0);
     }
-    return sum;
-}
-
-// Whether a sum over data that includes its checksum shows it right.
-bool checksumRight(std::uint32_t sum) {
-    while (sum >> 16) {
-        sum = (sum & 0xFFFF) + (sum >> 16);
+    while (extra >> 16) {
+        extra = (extra & 0xFFFF) + (extra >> 16);
     }
-    return sum == 0xFFFF;
+    return extra == 0xFFFF;
 }
 
 }  // namespace
@@ -84,10 +78,10 @@ TEST(Capture, PcapLayoutOfOneConnection) {
         // Version 4, the length, TCP, 127.0.0.1 to 127.0.0.1.
         EXPECT_EQ(std::make_tuple(int{p[0]}, be(p, 2, 2), int{p[9]}),
                   std::make_tuple(0x45, length, 6));
-        EXPECT_TRUE(checksumRight(sum16(p, 0, 20)));
+        EXPECT_TRUE(checksumRight(p, 0, 20));
         EXPECT_EQ(hex(Bytes(p.begin() + 12, p.begin() + 20)), "7F 00 00 01 7F 00 00 01");
-        // The TCP checksum covers the addresses, the protocol and the length too.
-        EXPECT_TRUE(checksumRight(sum16(p, 12, 20) + 6 + (length - 20) + sum16(p, 20, length)));
+        // The TCP checksum covers both addresses (7F00 0001 twice), the protocol and the length.
+        EXPECT_TRUE(checksumRight(p, 20, length, 0xFE02 + 6 + (length - 20)));
 
         const bool fromClient = be(p, 20, 2) == 49152;
         EXPECT_EQ(be(p, 20, 2) + be(p, 22, 2), 49152u + 7300u);
