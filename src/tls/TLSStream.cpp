@@ -129,6 +129,10 @@ int TLSStream::read(void* buffer, int length) {
     }
     ERR_clear_error();
     const int result = SSL_read(ssl, buffer, length);
+    // With read-ahead, whole records may wait in OpenSSL's buffer after this
+    // one; a read that finds only part of one clears this, so an unfinished
+    // record is waited for on the socket rather than spun on.
+    readMayHaveMore = result > 0;
     if (result > 0) {
         return result;
     }
@@ -184,7 +188,8 @@ short TLSStream::events() const {
 }
 
 bool TLSStream::inputBuffered() const {
-    return !ended() && connected && SSL_pending(ssl) > 0;
+    return !ended() && connected &&
+           (SSL_pending(ssl) > 0 || (readMayHaveMore && SSL_has_pending(ssl) == 1));
 }
 
 bool TLSStream::retryable(int result, const char* what) {

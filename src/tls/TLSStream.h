@@ -50,6 +50,7 @@ private:
     bool connected = false;
     bool wantWrite = false;
     bool closed = false;
+    bool readMayHaveMore = false;
     std::vector<unsigned char> pending;
     std::string reason;
 };
