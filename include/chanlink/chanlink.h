@@ -55,6 +55,7 @@
 #include "chanlink/endpoint/Session.h"
 
 // Client operations and session
+#include "chanlink/client/ChannelReceiverTable.h"
 #include "chanlink/client/ClientClock.h"
 #include "chanlink/client/ClientGetManager.h"
 #include "chanlink/client/ClientLoginManager.h"
@@ -70,9 +71,11 @@
 #include "chanlink/client/GetResponseToGetOutcomeTransform.h"
 #include "chanlink/client/LoginOutcome.h"
 #include "chanlink/client/LoginValveController.h"
+#include "chanlink/client/PushedValueRelay.h"
 #include "chanlink/client/QueuedSetOperation.h"
 #include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/ReconnectingClient.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/client/SetOutcomeTransform.h"
 #include "chanlink/client/SetResponseToSetOutcomeTransform.h"

@@ -1,8 +1,9 @@
 #include "chanlink/client/ClientGetManager.h"
 
-#include <vector>
-
+#include "chanlink/client/ChannelReceiverTable.h"
 #include "chanlink/messages/GetRequest.h"
+
+using Table = ChannelReceiverTable<GetOutcome>;
 
 ClientGetManager::ClientGetManager(
     std::shared_ptr<Receiver<std::shared_ptr<const Message>>> messageReceiver)
@@ -20,17 +21,11 @@ void ClientGetManager::sendRequest(unsigned int channelId) {
 void ClientGetManager::requestChannel(unsigned int channelId,
                                       std::shared_ptr<Receiver<GetOutcome>> receiver) {
     sendRequest(channelId);
-    pendingRequests[channelId].addReceiver(std::move(receiver));
+    Table::add(pendingRequests, channelId, std::move(receiver));
 }
 
 void ClientGetManager::receive(const GetOutcome& outcome) {
-    const auto found = pendingRequests.find(outcome.getChannelId());
-    if (found == pendingRequests.end()) {
-        return;
-    }
-    Dispatcher<GetOutcome> waiting = std::move(found->second);
-    pendingRequests.erase(found);
-    waiting.receive(outcome);
+    Table::answer(pendingRequests, outcome.getChannelId(), outcome);
 }
 
 void ClientGetManager::receive(const LoginOutcome& outcome) {
@@ -38,29 +33,16 @@ void ClientGetManager::receive(const LoginOutcome& outcome) {
         return;  // pending requests are kept, never dropped
     }
     // The ids are taken first: sending may reach code that asks for more.
-    std::vector<unsigned int> channels;
-    channels.reserve(pendingRequests.size());
-    for (const auto& entry : pendingRequests) {
-        channels.push_back(entry.first);
-    }
-    for (unsigned int channelId : channels) {
+    for (unsigned int channelId : Table::channels(pendingRequests)) {
         sendRequest(channelId);
     }
 }
 
 void ClientGetManager::cancelRequest(unsigned int channelId,
                                      std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    const auto found = pendingRequests.find(channelId);
-    if (found == pendingRequests.end()) {
-        return;
-    }
-    found->second.removeReceiver(std::move(receiver));
-    if (!found->second.hasReceivers()) {
-        pendingRequests.erase(found);
-    }
+    Table::remove(pendingRequests, channelId, std::move(receiver));
 }
 
 bool ClientGetManager::isPending(unsigned int channelId) const {
-    const auto found = pendingRequests.find(channelId);
-    return found != pendingRequests.end() && found->second.hasReceivers();
+    return Table::hasReceivers(pendingRequests, channelId);
 }

@@ -1,6 +1,9 @@
 #include "chanlink/client/ClientPushSubscriptionManager.h"
 
+#include "chanlink/client/ChannelReceiverTable.h"
 #include "chanlink/messages/LogPushRequest.h"
+
+using Table = ChannelReceiverTable<GetOutcome>;
 
 ClientPushSubscriptionManager::ClientPushSubscriptionManager(
     std::shared_ptr<Receiver<std::shared_ptr<const Message>>> outgoing)
@@ -23,38 +26,22 @@ void ClientPushSubscriptionManager::addSubscription(
     if (subscriptions.empty()) {
         sendLogPush(true);
     }
-    subscriptions[channelId].addReceiver(std::move(receiver));
+    Table::add(subscriptions, channelId, std::move(receiver));
 }
 
 void ClientPushSubscriptionManager::removeSubscription(
     unsigned int channelId, std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    const auto found = subscriptions.find(channelId);
-    if (found == subscriptions.end()) {
-        return;
-    }
-    found->second.removeReceiver(std::move(receiver));
-    if (found->second.hasReceivers()) {
-        return;
-    }
-    subscriptions.erase(found);
-    if (subscriptions.empty()) {
+    if (Table::remove(subscriptions, channelId, std::move(receiver)) && subscriptions.empty()) {
         sendLogPush(false);
     }
 }
 
 std::list<unsigned int> ClientPushSubscriptionManager::getSubscriptionList() const {
-    std::list<unsigned int> channels;
-    for (const auto& entry : subscriptions) {
-        channels.push_back(entry.first);
-    }
-    return channels;
+    return Table::channels(subscriptions);
 }
 
 void ClientPushSubscriptionManager::receive(const GetOutcome& outcome) {
-    const auto found = subscriptions.find(outcome.getChannelId());
-    if (found != subscriptions.end()) {
-        found->second.receive(outcome);
-    }
+    Table::deliver(subscriptions, outcome.getChannelId(), outcome);
 }
 
 void ClientPushSubscriptionManager::receive(const LoginOutcome& outcome) {

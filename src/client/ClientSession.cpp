@@ -1,7 +1,38 @@
 #include "chanlink/client/ClientSession.h"
 
+#include "chanlink/client/PushedValueRelay.h"
+#include "chanlink/client/ReasonCode.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/flow/QueuedReceiver.h"
-#include "chanlink/transport/TCPTransport.h"
+
+namespace {
+
+// The untimed calls have no limit of any kind, the frame bound included:
+// they keep the plain loop's meaning and only sleep between its ticks.
+SessionWaiter unboundedWaiter() {
+    SessionWaiter waiter;
+    waiter.setMaxUndecodedBytes(0);
+    return waiter;
+}
+
+// The session's relay for addPushReceiver, among the receivers of its
+// incoming messages; made there when create is set.
+std::shared_ptr<PushedValueRelay> findPushRelay(const std::shared_ptr<IncomingEndPoint>& incoming,
+                                                bool create) {
+    const auto messages = std::dynamic_pointer_cast<Dispatcher<Message>>(
+        incoming ? incoming->getMessageDistributor() : nullptr);
+    if (!messages) {
+        return nullptr;
+    }
+    auto relay = messages->findReceiverOfType<PushedValueRelay>();
+    if (!relay && create) {
+        relay = std::make_shared<PushedValueRelay>();
+        messages->addReceiver(relay);
+    }
+    return relay;
+}
+
+}  // namespace
 
 ClientSession::ClientSession(std::shared_ptr<Transport> transport,
                              std::shared_ptr<ClientGetManager> getManager,
@@ -50,9 +81,9 @@ LoginOutcome ClientSession::blockingLogin() {
     if (!initiateLogin()) {
         return LoginOutcome(LoginOutcome::Failure);
     }
-    while (getLoginState().loginPending()) {
-        tick();
-    }
+    unboundedWaiter().tickUntil(
+        *this, [this] { return !getLoginState().loginPending(); },
+        std::chrono::milliseconds::max());
     return getLoginState();
 }
 
@@ -62,31 +93,39 @@ GetOutcome ClientSession::blockingGet(unsigned int channelId) {
     }
     const auto queue = std::make_shared<QueuedReceiver<GetOutcome>>();
     requestChannel(channelId, queue);
-    while (queue->empty()) {
-        tick();
-    }
+    unboundedWaiter().tickUntil(
+        *this, [&queue] { return !queue->empty(); }, std::chrono::milliseconds::max());
     return queue->dequeue();
 }
 
-std::optional<LoginOutcome> ClientSession::blockingLogin(std::chrono::milliseconds timeout) {
+std::optional<LoginOutcome> ClientSession::blockingLogin(std::chrono::milliseconds timeout,
+                                                         const SessionWaiter& waiter) {
     if (!initiateLogin()) {
         return LoginOutcome(LoginOutcome::Failure);
     }
-    if (!tickUntil([this] { return !getLoginState().loginPending(); }, timeout)) {
+    const auto result = waiter.tickUntil(
+        *this, [this] { return !getLoginState().loginPending(); }, timeout);
+    if (result != SessionWaiter::Result::Done) {
         return std::nullopt;
     }
     return getLoginState();
 }
 
 std::optional<GetOutcome> ClientSession::blockingGet(unsigned int channelId,
-                                                     std::chrono::milliseconds timeout) {
+                                                     std::chrono::milliseconds timeout,
+                                                     const SessionWaiter& waiter) {
     if (!getManager) {
         return GetOutcome(channelId, SetOutcome::Discarded);
     }
     const auto queue = std::make_shared<QueuedReceiver<GetOutcome>>();
     requestChannel(channelId, queue);
-    if (!tickUntil([&queue] { return !queue->empty(); }, timeout)) {
+    const auto result = waiter.tickUntil(
+        *this, [&queue] { return !queue->empty(); }, timeout);
+    if (result != SessionWaiter::Result::Done) {
         cancelRequest(channelId, queue);
+        if (result == SessionWaiter::Result::FrameTooLarge) {
+            return GetOutcome(channelId, ReasonCode::ConnectionLost);
+        }
         return std::nullopt;
     }
     return queue->dequeue();
@@ -94,71 +133,35 @@ std::optional<GetOutcome> ClientSession::blockingGet(unsigned int channelId,
 
 std::optional<SetOutcome> ClientSession::blockingSet(unsigned int channelId,
                                                      const std::vector<unsigned char>& data,
-                                                     std::chrono::milliseconds timeout) {
+                                                     std::chrono::milliseconds timeout,
+                                                     const SessionWaiter& waiter) {
     if (!setManager) {
         return SetOutcome(channelId, SetOutcome::Discarded);
     }
     const auto queue = std::make_shared<QueuedReceiver<SetOutcome>>();
     setChannel(channelId, data, queue);
     // A set that cannot be built is reported from inside setChannel.
-    if (queue->empty() && !tickUntil([&queue] { return !queue->empty(); }, timeout)) {
+    if (!queue->empty()) {
+        return queue->dequeue();
+    }
+    const auto result = waiter.tickUntil(
+        *this, [&queue] { return !queue->empty(); }, timeout);
+    if (result != SessionWaiter::Result::Done) {
         cancelSet(queue);
+        if (result == SessionWaiter::Result::FrameTooLarge) {
+            return SetOutcome(channelId, ReasonCode::ConnectionLost);
+        }
         return std::nullopt;
     }
     return queue->dequeue();
 }
 
-bool ClientSession::tickUntil(const std::function<bool()>& done,
-                              std::chrono::milliseconds timeout) {
-    const std::shared_ptr<ClientClock> time = getClock();
-    const ClientClock::TimePoint deadline = ClientClock::deadlineAfter(time->now(), timeout);
-    for (;;) {
-        tick();
-        if (done()) {
-            return true;
-        }
-        const std::chrono::milliseconds remaining =
-            ClientClock::remainingUntil(time->now(), deadline);
-        if (remaining.count() == 0) {
-            return false;
-        }
-        waitForActivity(remaining);
-    }
-}
-
 bool ClientSession::waitForActivity(std::chrono::milliseconds timeout) {
-    const pollfd entry = getPollDescriptor();
-    if (entry.fd >= 0) {
-        return getClock()->waitFor(entry.fd, entry.events, timeout);
-    }
-    if (dynamic_cast<const TCPTransport*>(getTransport().get()) != nullptr) {
-        getClock()->waitFor(-1, 0, timeout);
-        return false;
-    }
-    return true;
+    return SessionWaiter().waitForActivity(*this, timeout);
 }
 
 pollfd ClientSession::getPollDescriptor() const {
-    pollfd entry{};
-    entry.fd = -1;
-    const auto* tcp = dynamic_cast<const TCPTransport*>(getTransport().get());
-    if (tcp == nullptr || tcp->getSocket() <= 0) {
-        return entry;
-    }
-    switch (tcp->state()) {
-        case ConnectionOutcome::Connecting:
-            // A connect under way completes when the socket turns writable.
-            entry.fd = tcp->getSocket();
-            entry.events = POLLOUT;
-            break;
-        case ConnectionOutcome::Connected:
-            entry.fd = tcp->getSocket();
-            entry.events = static_cast<short>(POLLIN | (pendingOutputBytes() > 0 ? POLLOUT : 0));
-            break;
-        default:
-            break;
-    }
-    return entry;
+    return SessionWaiter::pollDescriptor(*this);
 }
 
 void ClientSession::cancelRequest(unsigned int channelId,
@@ -172,14 +175,6 @@ void ClientSession::cancelSet(const std::shared_ptr<Receiver<SetOutcome>>& recei
     if (setManager) {
         setManager->cancelSet(receiver);
     }
-}
-
-void ClientSession::setClock(std::shared_ptr<ClientClock> newClock) {
-    clock = std::move(newClock);
-}
-
-std::shared_ptr<ClientClock> ClientSession::getClock() const {
-    return clock ? clock : ClientClock::system();
 }
 
 void ClientSession::requestChannel(unsigned int channelId,
@@ -221,6 +216,29 @@ void ClientSession::removePushSubscription(unsigned int channelId,
                                            std::shared_ptr<Receiver<GetOutcome>> receiver) {
     if (pushSubscriptionManager) {
         pushSubscriptionManager->removeSubscription(channelId, std::move(receiver));
+    }
+}
+
+void ClientSession::addPushReceiver(std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    const auto relay =
+        receiver && pushSubscriptionManager ? findPushRelay(getIncomingEndPoint(), true) : nullptr;
+    if (!relay) {
+        return;
+    }
+    if (!relay->receivers().hasReceivers()) {
+        pushSubscriptionManager->addSubscription(PushedValueRelay::HoldingChannel, relay);
+    }
+    relay->receivers().addReceiver(std::move(receiver));
+}
+
+void ClientSession::removePushReceiver(std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    const auto relay = findPushRelay(getIncomingEndPoint(), false);
+    if (!relay || !relay->receivers().hasReceivers()) {
+        return;
+    }
+    relay->receivers().removeReceiver(std::move(receiver));
+    if (!relay->receivers().hasReceivers()) {
+        pushSubscriptionManager->removeSubscription(PushedValueRelay::HoldingChannel, relay);
     }
 }
 

@@ -1,7 +1,10 @@
 #include "chanlink/client/ClientSubscriptionManager.h"
 
+#include "chanlink/client/ChannelReceiverTable.h"
 #include "chanlink/messages/SubscriptionRequest.h"
 #include "chanlink/messages/UnsubscriptionRequest.h"
+
+using Table = ChannelReceiverTable<GetOutcome>;
 
 ClientSubscriptionManager::ClientSubscriptionManager(
     std::shared_ptr<Receiver<std::shared_ptr<const Message>>> outgoing)
@@ -20,39 +23,22 @@ void ClientSubscriptionManager::addSubscription(unsigned int channelId,
     if (!receiver) {
         return;
     }
-    if (subscriptions.find(channelId) == subscriptions.end()) {
-        // Sent before the entry exists.
-        send(SubscriptionRequest::newInstance({channelId}));
-    }
-    subscriptions[channelId].addReceiver(std::move(receiver));
+    Table::add(subscriptions, channelId, std::move(receiver),
+               [&] { send(SubscriptionRequest::newInstance({channelId})); });
 }
 
 void ClientSubscriptionManager::removeSubscription(unsigned int channelId,
                                                    std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    const auto found = subscriptions.find(channelId);
-    if (found == subscriptions.end()) {
-        return;
-    }
-    found->second.removeReceiver(std::move(receiver));
-    if (!found->second.hasReceivers()) {
-        send(UnsubscriptionRequest::newInstance({channelId}));
-        subscriptions.erase(channelId);  // by key: sending may have changed the map
-    }
+    Table::remove(subscriptions, channelId, std::move(receiver),
+                  [&] { send(UnsubscriptionRequest::newInstance({channelId})); });
 }
 
 std::list<unsigned int> ClientSubscriptionManager::getSubscriptionList() const {
-    std::list<unsigned int> channels;
-    for (const auto& entry : subscriptions) {
-        channels.push_back(entry.first);
-    }
-    return channels;
+    return Table::channels(subscriptions);
 }
 
 void ClientSubscriptionManager::receive(const GetOutcome& outcome) {
-    const auto found = subscriptions.find(outcome.getChannelId());
-    if (found != subscriptions.end()) {
-        found->second.receive(outcome);
-    }
+    Table::deliver(subscriptions, outcome.getChannelId(), outcome);
 }
 
 void ClientSubscriptionManager::receive(const LoginOutcome& outcome) {

@@ -4,10 +4,16 @@
 #include <list>
 #include <map>
 
+#include "chanlink/client/ChannelReceiverTable.h"
 #include "chanlink/client/ClientSessionBuilder.h"
 #include "chanlink/client/ReasonCode.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/flow/QueuedReceiver.h"
+#include "chanlink/transport/TCPClientTransport.h"
+#include "chanlink/transport/TransportPoll.h"
+
+using Table = ChannelReceiverTable<GetOutcome>;
 
 namespace {
 
@@ -51,12 +57,14 @@ private:
 // session reach it through a weak pointer: an application may hold a session
 // longer than the client.
 struct ReconnectingClient::Registry {
-    std::map<unsigned int, Dispatcher<GetOutcome>> subscriptions;
-    std::map<unsigned int, Dispatcher<GetOutcome>> pushSubscriptions;
-    std::map<unsigned int, Dispatcher<GetOutcome>> pendingGets;
+    Table::Table subscriptions;
+    Table::Table pushSubscriptions;
+    Table::Table pendingGets;
     std::list<std::shared_ptr<SetRelay>> pendingSets;
+    Dispatcher<GetOutcome> pushReceivers;
     std::shared_ptr<Receiver<GetOutcome>> subscriptionRelay;
     std::shared_ptr<Receiver<GetOutcome>> pushSubscriptionRelay;
+    std::shared_ptr<Receiver<GetOutcome>> pushReceiverRelay;
     std::shared_ptr<Receiver<GetOutcome>> getRelay;
     // Counts sessions; the relays of older ones are muted.
     unsigned long generation = 0;
@@ -68,14 +76,28 @@ struct ReconnectingClient::Registry {
 ReconnectingClient::ReconnectingClient(const std::string& host, const std::string& service,
                                        const std::string& username, const std::string& password,
                                        std::shared_ptr<ClientClock> clock)
-    : host(host),
-      service(service),
+    : ReconnectingClient(tcpFactory(host, service), username, password, std::move(clock)) {}
+
+ReconnectingClient::ReconnectingClient(TransportFactory factory, const std::string& username,
+                                       const std::string& password,
+                                       std::shared_ptr<ClientClock> clock)
+    : factory(std::move(factory)),
       username(username),
       password(password),
       clock(clock ? std::move(clock) : ClientClock::system()),
+      maxUndecodedBytes(SessionWaiter::DefaultMaxUndecodedBytes),
       registry(std::make_shared<Registry>()),
       loginReceivers(std::make_shared<Dispatcher<LoginOutcome>>()),
       errorReceivers(std::make_shared<Dispatcher<ErrorResponse>>()) {}
+
+ReconnectingClient::TransportFactory ReconnectingClient::tcpFactory(const std::string& host,
+                                                                    const std::string& service) {
+    return [host, service]() -> std::shared_ptr<Transport> {
+        auto tcp = std::make_shared<TCPClientTransport>(host, service, nullptr);
+        tcp->connect();
+        return tcp;
+    };
+}
 
 void ReconnectingClient::makeRelays() {
     const unsigned long generation = ++registry->generation;
@@ -89,29 +111,21 @@ void ReconnectingClient::makeRelays() {
     const auto subscriptionRelay = [current](auto map) {
         return makeReceiver<GetOutcome>([current, map](const GetOutcome& outcome) {
             if (const auto shared = current()) {
-                auto& subscriptions = (*shared).*map;
-                const auto found = subscriptions.find(outcome.getChannelId());
-                if (found != subscriptions.end()) {
-                    found->second.receive(outcome);  // safe even if a receiver erases the entry
-                }
+                Table::deliver((*shared).*map, outcome.getChannelId(), outcome);
             }
         });
     };
     registry->subscriptionRelay = subscriptionRelay(&Registry::subscriptions);
     registry->pushSubscriptionRelay = subscriptionRelay(&Registry::pushSubscriptions);
+    registry->pushReceiverRelay = makeReceiver<GetOutcome>([current](const GetOutcome& outcome) {
+        if (const auto shared = current()) {
+            shared->pushReceivers.receive(outcome);
+        }
+    });
     registry->getRelay = makeReceiver<GetOutcome>([current](const GetOutcome& outcome) {
-        const auto shared = current();
-        if (!shared) {
-            return;
+        if (const auto shared = current()) {
+            Table::answer(shared->pendingGets, outcome.getChannelId(), outcome);
         }
-        const auto found = shared->pendingGets.find(outcome.getChannelId());
-        if (found == shared->pendingGets.end()) {
-            return;
-        }
-        // Out of the map before delivery, so a receiver asking again starts a new wait.
-        Dispatcher<GetOutcome> waiting = std::move(found->second);
-        shared->pendingGets.erase(found);
-        waiting.receive(outcome);
     });
     session->addLoginOutcomeReceiver(makeReceiver<LoginOutcome>(
         [current, receivers = loginReceivers](const LoginOutcome& outcome) {
@@ -171,9 +185,9 @@ void ReconnectingClient::stop() {
     const unsigned char reason = session ? ReasonCode::ConnectionLost : ReasonCode::NotConnected;
     // Released at the end, after every request has had its answer.
     const std::shared_ptr<ClientSession> dropped = std::move(session);
-    const std::shared_ptr<TCPClientTransport> closed = std::move(transport);
+    const std::shared_ptr<Transport> closed = std::move(transport);
     if (closed) {
-        closed->close();
+        TransportPoll::close(*closed);
     }
     ++registry->generation;
     setState(Stopped);
@@ -182,19 +196,23 @@ void ReconnectingClient::stop() {
 
 void ReconnectingClient::beginAttempt() {
     registry->loginHeard.reset();
-    transport = std::make_shared<TCPClientTransport>(host, service, nullptr);
+    transport = factory ? factory() : nullptr;
+    if (!transport) {
+        attemptDeadline = clock->now();
+        setState(Connecting);
+        connectionLost();
+        return;
+    }
     session = ClientSessionBuilder()
                   .setTransport(transport)
                   .setUsername(username)
                   .setPassword(password)
                   .build();
-    session->setClock(clock);
     makeRelays();
     // Requests made while there was no connection have been answered; those
     // made from now on wait in this session for its login.
     attemptDeadline = ClientClock::deadlineAfter(clock->now(), attemptTimeout);
     const std::shared_ptr<ClientSession> attempt = session;
-    transport->connect();
     setState(Connecting);
     if (session == attempt) {
         progress();
@@ -214,13 +232,16 @@ void ReconnectingClient::tick() {
     // session while it is being ticked.
     const std::shared_ptr<ClientSession> ticked = session;
     ticked->tick();
+    if (session == ticked && SessionWaiter::exceedsUndecodedLimit(*ticked, maxUndecodedBytes)) {
+        lastDropReason = SessionWaiter::describeFrameTooLarge(maxUndecodedBytes);
+    }
     if (session == ticked) {
         progress();
     }
 }
 
 void ReconnectingClient::progress() {
-    const ConnectionOutcome::ConnectionStates connection = transport->state();
+    const ConnectionOutcome::ConnectionStates connection = TransportPoll::of(*transport).state;
     if (connection == ConnectionOutcome::ConnectionFailed ||
         connection == ConnectionOutcome::Closed) {
         connectionLost();
@@ -267,14 +288,19 @@ void ReconnectingClient::becomeReady() {
     for (const auto& entry : registry->pushSubscriptions) {
         current->addPushSubscription(entry.first, registry->pushSubscriptionRelay);
     }
+    if (registry->pushReceivers.hasReceivers()) {
+        current->addPushReceiver(registry->pushReceiverRelay);
+    }
     workQueued = true;
     setState(Ready);
 }
 
 void ReconnectingClient::connectionLost() {
     const std::shared_ptr<ClientSession> dropped = std::move(session);
-    const std::shared_ptr<TCPClientTransport> closed = std::move(transport);
-    closed->close();
+    const std::shared_ptr<Transport> closed = std::move(transport);
+    if (closed) {
+        TransportPoll::close(*closed);
+    }
     ++registry->generation;
 
     retryDelay = initialBackOff;
@@ -286,8 +312,7 @@ void ReconnectingClient::connectionLost() {
 
     // Taken before anyone hears of the loss: requests made from a receiver
     // from here on meet no connection and are answered as such.
-    std::map<unsigned int, Dispatcher<GetOutcome>> gets;
-    gets.swap(registry->pendingGets);
+    Table::Table gets = Table::takeAll(registry->pendingGets);
     std::list<std::shared_ptr<SetRelay>> sets;
     sets.swap(registry->pendingSets);
 
@@ -306,8 +331,7 @@ void ReconnectingClient::failOutstanding(unsigned char reason) {
     if (registry->pendingGets.empty() && registry->pendingSets.empty()) {
         return;
     }
-    std::map<unsigned int, Dispatcher<GetOutcome>> gets;
-    gets.swap(registry->pendingGets);
+    Table::Table gets = Table::takeAll(registry->pendingGets);
     std::list<std::shared_ptr<SetRelay>> sets;
     sets.swap(registry->pendingSets);
     for (auto& entry : gets) {
@@ -335,7 +359,7 @@ bool ReconnectingClient::waitForActivity(std::chrono::milliseconds timeout) {
     const std::chrono::milliseconds wait = dueFirst ? due : timeout;
     bool ready = false;
     if (session) {
-        ready = session->waitForActivity(wait);
+        ready = SessionWaiter(clock).waitForActivity(*session, wait);
     } else {
         clock->waitFor(-1, 0, wait);
     }
@@ -373,19 +397,10 @@ bool ReconnectingClient::waitUntilReady(std::chrono::milliseconds timeout) {
 
 bool ReconnectingClient::tickUntil(const std::function<bool()>& done,
                                    std::chrono::milliseconds timeout) {
-    const ClientClock::TimePoint deadline = ClientClock::deadlineAfter(clock->now(), timeout);
-    for (;;) {
-        tick();
-        if (done()) {
-            return true;
-        }
-        const std::chrono::milliseconds remaining =
-            ClientClock::remainingUntil(clock->now(), deadline);
-        if (remaining.count() == 0) {
-            return false;
-        }
-        waitForActivity(remaining);
-    }
+    const SessionWaiter waiter(clock);
+    return waiter.run([this] { tick(); },
+                      [this](std::chrono::milliseconds remaining) { waitForActivity(remaining); },
+                      done, timeout) == SessionWaiter::Result::Done;
 }
 
 std::size_t ReconnectingClient::outstanding() const {
@@ -427,7 +442,7 @@ void ReconnectingClient::requestChannel(unsigned int channelId,
     if (!receiver) {
         return;
     }
-    registry->pendingGets[channelId].addReceiver(std::move(receiver));
+    Table::add(registry->pendingGets, channelId, std::move(receiver));
     workQueued = true;
     if (session) {
         session->requestChannel(channelId, registry->getRelay);
@@ -436,16 +451,8 @@ void ReconnectingClient::requestChannel(unsigned int channelId,
 
 void ReconnectingClient::cancelRequest(unsigned int channelId,
                                        std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    const auto found = registry->pendingGets.find(channelId);
-    if (found == registry->pendingGets.end()) {
-        return;
-    }
-    found->second.removeReceiver(std::move(receiver));
-    if (!found->second.hasReceivers()) {
-        registry->pendingGets.erase(found);
-        if (session) {
-            session->cancelRequest(channelId, registry->getRelay);
-        }
+    if (Table::remove(registry->pendingGets, channelId, std::move(receiver)) && session) {
+        session->cancelRequest(channelId, registry->getRelay);
     }
 }
 
@@ -477,57 +484,61 @@ void ReconnectingClient::cancelSet(const std::shared_ptr<Receiver<SetOutcome>>& 
 
 void ReconnectingClient::addSubscription(unsigned int channelId,
                                          std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    if (!receiver) {
-        return;
-    }
-    registry->subscriptions[channelId].addReceiver(std::move(receiver));
-    if (state == Ready && session) {
-        workQueued = true;
-        session->addSubscription(channelId, registry->subscriptionRelay);
+    if (receiver) {
+        Table::add(registry->subscriptions, channelId, std::move(receiver));
+        whenReady([&] { session->addSubscription(channelId, registry->subscriptionRelay); });
     }
 }
 
 void ReconnectingClient::removeSubscription(unsigned int channelId,
                                             std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    const auto found = registry->subscriptions.find(channelId);
-    if (found == registry->subscriptions.end()) {
-        return;
-    }
-    found->second.removeReceiver(std::move(receiver));
-    if (!found->second.hasReceivers()) {
-        registry->subscriptions.erase(found);
-        if (state == Ready && session) {
-            workQueued = true;
-            session->removeSubscription(channelId, registry->subscriptionRelay);
-        }
+    if (Table::remove(registry->subscriptions, channelId, std::move(receiver))) {
+        whenReady([&] { session->removeSubscription(channelId, registry->subscriptionRelay); });
     }
 }
 
 void ReconnectingClient::addPushSubscription(unsigned int channelId,
                                              std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    if (!receiver) {
-        return;
-    }
-    registry->pushSubscriptions[channelId].addReceiver(std::move(receiver));
-    if (state == Ready && session) {
-        workQueued = true;
-        session->addPushSubscription(channelId, registry->pushSubscriptionRelay);
+    if (receiver) {
+        Table::add(registry->pushSubscriptions, channelId, std::move(receiver));
+        whenReady(
+            [&] { session->addPushSubscription(channelId, registry->pushSubscriptionRelay); });
     }
 }
 
 void ReconnectingClient::removePushSubscription(unsigned int channelId,
                                                 std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    const auto found = registry->pushSubscriptions.find(channelId);
-    if (found == registry->pushSubscriptions.end()) {
+    if (Table::remove(registry->pushSubscriptions, channelId, std::move(receiver))) {
+        whenReady(
+            [&] { session->removePushSubscription(channelId, registry->pushSubscriptionRelay); });
+    }
+}
+
+void ReconnectingClient::addPushReceiver(std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    if (receiver && !registry->pushReceivers.hasReceiver(receiver)) {
+        const bool first = !registry->pushReceivers.hasReceivers();
+        registry->pushReceivers.addReceiver(std::move(receiver));
+        if (first) {
+            whenReady([&] { session->addPushReceiver(registry->pushReceiverRelay); });
+        }
+    }
+}
+
+void ReconnectingClient::removePushReceiver(std::shared_ptr<Receiver<GetOutcome>> receiver) {
+    if (!registry->pushReceivers.hasReceivers()) {
         return;
     }
-    found->second.removeReceiver(std::move(receiver));
-    if (!found->second.hasReceivers()) {
-        registry->pushSubscriptions.erase(found);
-        if (state == Ready && session) {
-            workQueued = true;
-            session->removePushSubscription(channelId, registry->pushSubscriptionRelay);
-        }
+    registry->pushReceivers.removeReceiver(std::move(receiver));
+    if (!registry->pushReceivers.hasReceivers()) {
+        whenReady([&] { session->removePushReceiver(registry->pushReceiverRelay); });
+    }
+}
+
+void ReconnectingClient::whenReady(const std::function<void()>& change) {
+    // Before Ready the change is made by the renewal after the login.
+    if (state == Ready && session) {
+        workQueued = true;
+        change();
     }
 }
 

@@ -37,7 +37,6 @@ struct Timed {
                       .setUsername(username)
                       .setPassword("p")
                       .build();
-        session->setClock(clock);
     }
     void silence(OpCode code) {
         peer->handlers[code] = [](const Message&) {};
@@ -51,6 +50,7 @@ struct Timed {
     }
 
     std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    SessionWaiter waiter{clock};
     std::unique_ptr<ScriptedPeer> peer;
     std::shared_ptr<ClientSession> session;
     int ticks = 0;
@@ -60,14 +60,13 @@ struct Timed {
 
 TEST(TimedBlockingLogin, AnswersOrTimesOutLeavingTheLoginPending) {
     Timed answered;
-    const auto outcome = answered.session->blockingLogin(1000ms);
+    const auto outcome = answered.session->blockingLogin(1000ms, answered.waiter);
     ASSERT_TRUE(outcome.has_value());
     EXPECT_TRUE(outcome->loggedIn());
-    EXPECT_EQ(answered.session->getClock(), answered.clock);
 
     Timed silent;
     silent.silence(9);
-    EXPECT_FALSE(silent.session->blockingLogin(20ms).has_value());
+    EXPECT_FALSE(silent.session->blockingLogin(20ms, silent.waiter).has_value());
     EXPECT_LE(silent.ticks, 21);
     EXPECT_TRUE(silent.session->getLoginState().loginPending());
     silent.peer->send(LoginResponse::newInstance(LoginResponse::Success));
@@ -75,25 +74,26 @@ TEST(TimedBlockingLogin, AnswersOrTimesOutLeavingTheLoginPending) {
     EXPECT_TRUE(silent.session->getLoginState().loggedIn());
 
     Timed unbuildable(std::string(256, 'u'));
-    EXPECT_EQ(unbuildable.session->blockingLogin(20ms)->getState(), LoginOutcome::Failure);
+    EXPECT_EQ(unbuildable.session->blockingLogin(20ms, unbuildable.waiter)->getState(),
+              LoginOutcome::Failure);
     EXPECT_EQ(unbuildable.ticks, 0);
 }
 
 TEST(TimedBlockingGet, ReturnsTheValueOrNothingWithinItsTimeAndLeavesNoWaitBehind) {
     Timed t;
-    ASSERT_TRUE(t.session->blockingLogin(1000ms)->loggedIn());
-    const auto value = t.session->blockingGet(3, std::chrono::milliseconds::max());
+    ASSERT_TRUE(t.session->blockingLogin(1000ms, t.waiter)->loggedIn());
+    const auto value = t.session->blockingGet(3, std::chrono::milliseconds::max(), t.waiter);
     ASSERT_TRUE(value.has_value());
     EXPECT_EQ(value->getData(), Bytes{0x33});
 
     t.silence(GetRequest::Code);
     for (int i = 0; i < 20; ++i) {
         t.ticks = 0;
-        EXPECT_FALSE(t.session->blockingGet(7, 10ms).has_value());
+        EXPECT_FALSE(t.session->blockingGet(7, 10ms, t.waiter).has_value());
         EXPECT_LE(t.ticks, 11);  // the timeout plus one tick
     }
     t.ticks = 0;
-    EXPECT_FALSE(t.session->blockingGet(7, 0ms).has_value());
+    EXPECT_FALSE(t.session->blockingGet(7, 0ms, t.waiter).has_value());
     EXPECT_EQ(t.ticks, 1);
     t.session->tick();  // the device reads the last request
     EXPECT_EQ(t.requestsOf(GetRequest::Code), 22);
@@ -101,38 +101,40 @@ TEST(TimedBlockingGet, ReturnsTheValueOrNothingWithinItsTimeAndLeavesNoWaitBehin
     // Nothing waits for 7 any more: a new login asks for nothing, and a late
     // answer for it reaches nobody.
     t.peer->received.clear();
-    ASSERT_TRUE(t.session->blockingLogin(1000ms)->loggedIn());
+    ASSERT_TRUE(t.session->blockingLogin(1000ms, t.waiter)->loggedIn());
     t.session->tick();
     EXPECT_EQ(t.peer->opcodes(), Codes{9});
     t.peer->push(7);
     t.session->tick();
 
     t.peer->handlers.clear();
-    const auto later = t.session->blockingGet(7, 1000ms);
+    const auto later = t.session->blockingGet(7, 1000ms, t.waiter);
     ASSERT_TRUE(later.has_value());
     EXPECT_EQ(later->getData(), Bytes{0x77});
 }
 
 TEST(TimedBlockingSet, ATimedOutSetIsWithdrawnIfUnsentAndOtherwiseStillHoldsTheQueue) {
     Timed t;
-    ASSERT_TRUE(t.session->blockingLogin(1000ms)->loggedIn());
-    EXPECT_EQ(t.session->blockingSet(3, {0x01}, 1000ms), SetOutcome(3, 255));
-    EXPECT_EQ(t.session->blockingSet(3, Bytes(70000, 0), 1000ms), SetOutcome(3, 1));
+    ASSERT_TRUE(t.session->blockingLogin(1000ms, t.waiter)->loggedIn());
+    EXPECT_EQ(t.session->blockingSet(3, {0x01}, 1000ms, t.waiter), SetOutcome(3, 255));
+    EXPECT_EQ(t.session->blockingSet(3, Bytes(70000, 0), 1000ms, t.waiter), SetOutcome(3, 1));
 
     std::vector<unsigned int> unanswered;
     t.peer->handlers[SetRequest::Code] = [&](const Message& request) {
         unanswered.push_back(static_cast<const SetRequest&>(request).getChannelId());
     };
     t.ticks = 0;
-    EXPECT_FALSE(t.session->blockingSet(3, {0x02}, 10ms).has_value());  // sent, unanswered
-    EXPECT_FALSE(t.session->blockingSet(7, {0x03}, 10ms).has_value());  // queued behind it
+    EXPECT_FALSE(
+        t.session->blockingSet(3, {0x02}, 10ms, t.waiter).has_value());  // sent, unanswered
+    EXPECT_FALSE(
+        t.session->blockingSet(7, {0x03}, 10ms, t.waiter).has_value());  // queued behind it
     EXPECT_LE(t.ticks, 22);
     EXPECT_EQ(unanswered, std::vector<unsigned int>{3});
 
     // The late answer ends the first set; the withdrawn one never leaves.
     t.peer->handlers.clear();
     t.peer->send(SetResponse::newInstance(3));
-    EXPECT_EQ(t.session->blockingSet(7, {0x04}, 1000ms), SetOutcome(7, 255));
+    EXPECT_EQ(t.session->blockingSet(7, {0x04}, 1000ms, t.waiter), SetOutcome(7, 255));
     EXPECT_EQ(t.peer->channels[7], Bytes{0x04});
     EXPECT_EQ(t.requestsOf(SetRequest::Code), 3);
 }
@@ -152,10 +154,10 @@ TEST(TimedBlockingCalls, ReturnWhenMadeFromInsideAReceiver) {
     std::optional<GetOutcome> fromReceiver;
     t.session->addLoginOutcomeReceiver(makeReceiver<LoginOutcome>([&](const LoginOutcome& outcome) {
         if (outcome.loggedIn()) {
-            fromReceiver = t.session->blockingGet(3, 1000ms);
+            fromReceiver = t.session->blockingGet(3, 1000ms, t.waiter);
         }
     }));
-    ASSERT_TRUE(t.session->blockingLogin(1000ms)->loggedIn());
+    ASSERT_TRUE(t.session->blockingLogin(1000ms, t.waiter)->loggedIn());
     ASSERT_TRUE(fromReceiver.has_value());
     EXPECT_EQ(fromReceiver->getData(), Bytes{0x33});
 }

@@ -24,7 +24,7 @@ TEST(WaitForActivity, OverTcpWaitsOnTheSocketForWhatTheNextTickNeeds) {
     auto session =
         ClientSessionBuilder().setTransport(transport).setUsername("u").setPassword("p").build();
     auto clock = std::make_shared<ManualClock>();
-    session->setClock(clock);
+    const SessionWaiter waiter(clock);
 
     EXPECT_EQ(session->getPollDescriptor().fd, -1);  // not connected: nothing to watch
     transport->connect();
@@ -42,14 +42,13 @@ TEST(WaitForActivity, OverTcpWaitsOnTheSocketForWhatTheNextTickNeeds) {
     EXPECT_EQ(session->getPollDescriptor().events, POLLIN);
 
     // A silent device: the whole timeout is one wait on the socket, no spinning.
-    EXPECT_FALSE(session->blockingLogin(5000ms).has_value());
+    EXPECT_FALSE(session->blockingLogin(5000ms, waiter).has_value());
     EXPECT_EQ(clock->waited, 5000ms);
     EXPECT_EQ(clock->waits, 1);
 
     // An answer wakes a real wait as soon as it arrives.
     ScriptedPeer device(accepted);
     ASSERT_EQ(device.serve(), 1);
-    session->setClock(nullptr);
     EXPECT_TRUE(session->waitForActivity(5000ms));
     session->tick();
     EXPECT_TRUE(session->getLoginState().loggedIn());
@@ -61,10 +60,9 @@ TEST(WaitForActivity, OverTcpWaitsOnTheSocketForWhatTheNextTickNeeds) {
     session->tick();
     EXPECT_EQ(transport->state(), ConnectionOutcome::Closed);
     EXPECT_EQ(session->getPollDescriptor().fd, -1);
-    session->setClock(clock);
-    EXPECT_FALSE(session->waitForActivity(250ms));
+    EXPECT_FALSE(waiter.waitForActivity(*session, 250ms));
     EXPECT_EQ(clock->waited, 5250ms);
-    EXPECT_FALSE(session->blockingGet(1, 100ms).has_value());
+    EXPECT_FALSE(session->blockingGet(1, 100ms, waiter).has_value());
     EXPECT_EQ(clock->waited, 5350ms);
 }
 
@@ -73,8 +71,7 @@ TEST(WaitForActivity, AnInMemoryTransportIsTickedWithoutWaiting) {
     auto session =
         ClientSessionBuilder().setTransport(client).setUsername("u").setPassword("p").build();
     auto clock = std::make_shared<ManualClock>();
-    session->setClock(clock);
     EXPECT_EQ(session->getPollDescriptor().fd, -1);
-    EXPECT_TRUE(session->waitForActivity(1000ms));
+    EXPECT_TRUE(SessionWaiter(clock).waitForActivity(*session, 1000ms));
     EXPECT_EQ(clock->waits, 0);
 }

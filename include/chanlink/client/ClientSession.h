@@ -3,12 +3,10 @@
 #include <poll.h>
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
 
-#include "chanlink/client/ClientClock.h"
 #include "chanlink/client/ClientGetManager.h"
 #include "chanlink/client/ClientLoginManager.h"
 #include "chanlink/client/ClientPushSubscriptionManager.h"
@@ -16,6 +14,7 @@
 #include "chanlink/client/ClientSubscriptionManager.h"
 #include "chanlink/client/GetOutcome.h"
 #include "chanlink/client/LoginOutcome.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/endpoint/Session.h"
 #include "chanlink/flow/Dispatcher.h"
@@ -63,32 +62,39 @@ public:
     bool initiateLogin();
     // initiateLogin(), then ticks until the login is no longer Pending.
     // There is no time limit: over a peer that never answers it does not
-    // return. Returns Success, Failure or TooManyConnections.
+    // return. Returns Success, Failure or TooManyConnections. Between ticks
+    // it sleeps on the socket (SessionWaiter), so a wait over TCP costs next
+    // to no processor time; the ticks themselves are those of a plain loop.
     LoginOutcome blockingLogin();
     // Asks for the channel and ticks until the first outcome for it arrives
     // (a value, an error from the device, or a subscription update that comes
     // first). There is no time limit, and it starts no login: before a login
-    // has succeeded the request waits, and so does the call.
+    // has succeeded the request waits, and so does the call. Sleeps on the
+    // socket between ticks, as blockingLogin() does.
     GetOutcome blockingGet(unsigned int channelId);
 
-    // Timed forms of the blocking calls. Each ticks until its answer is there
-    // or the timeout has passed, and returns within the timeout plus one tick
-    // whatever the peer does; it is empty when the time ran out. A timeout of
-    // 0 (or less) makes exactly one tick; std::chrono::milliseconds::max()
-    // waits without limit. Between ticks they wait with waitForActivity(), so
-    // waiting on a TCP connection costs next to no processor time.
+    // Timed forms of the blocking calls, driven by SessionWaiter. Each ticks
+    // until its answer is there or the timeout has passed, and returns within
+    // the timeout plus one tick whatever the peer does; it is empty when the
+    // time ran out. A timeout of 0 (or less) makes exactly one tick;
+    // std::chrono::milliseconds::max() waits without limit. Between ticks
+    // they sleep on the socket. waiter gives the clock and the bound on what
+    // the session may hold undecoded (16 MiB by default): a device that sends
+    // a larger frame has its connection closed, and the get or set is then
+    // answered with ReasonCode::ConnectionLost; a login is empty.
 
     // initiateLogin(), then ticks until the login is no longer Pending.
     // Failure at once, without a tick, when no request can be built. On
     // timeout the login stays Pending, and a late answer still counts.
-    std::optional<LoginOutcome> blockingLogin(std::chrono::milliseconds timeout);
+    std::optional<LoginOutcome> blockingLogin(std::chrono::milliseconds timeout,
+                                              const SessionWaiter& waiter = SessionWaiter());
     // As blockingGet(channelId), but on timeout the call stops waiting
     // (cancelRequest), so repeated timeouts leave nothing behind in the get
     // manager and a late answer reaches nobody. Like every request, one made
     // before a login has succeeded is held until it does, and then still
     // leaves.
-    std::optional<GetOutcome> blockingGet(unsigned int channelId,
-                                          std::chrono::milliseconds timeout);
+    std::optional<GetOutcome> blockingGet(unsigned int channelId, std::chrono::milliseconds timeout,
+                                          const SessionWaiter& waiter = SessionWaiter());
     // setChannel(), then ticks until the set's outcome arrives. On timeout
     // the set is cancelled (cancelSet): if it was still queued behind another
     // set it is never sent; if it was sent, the device may yet apply it, and
@@ -97,23 +103,24 @@ public:
     // known whether the device applied it".
     std::optional<SetOutcome> blockingSet(unsigned int channelId,
                                           const std::vector<unsigned char>& data,
-                                          std::chrono::milliseconds timeout);
+                                          std::chrono::milliseconds timeout,
+                                          const SessionWaiter& waiter = SessionWaiter());
 
     // Waits, without spinning, until the next tick has something to do or
-    // the timeout has passed; call tick() afterwards either way (requests
-    // made since the last tick leave with the next tick, not with the wait).
-    // Over a TCP transport it waits on the socket: until readable, or
-    // writable while connecting or while sent bytes wait; true when it is.
-    // A TCP transport without a connection can bring nothing, so the timeout
-    // is waited out and the result is false. A transport without a socket
-    // (in-memory) returns true at once, without waiting.
+    // the timeout has passed; call tick() afterwards either way
+    // (SessionWaiter::waitForActivity with the system clock). Over a socket
+    // it waits until readable, or writable while connecting or while output
+    // waits; true when it is. A socket transport without a connection can
+    // bring nothing, so the timeout is waited out and the result is false.
+    // A transport without a socket (in-memory) returns true at once.
     bool waitForActivity(std::chrono::milliseconds timeout);
     // For applications that run their own event loop: the transport's socket
-    // and the poll events (POLLIN; POLLOUT while connecting or while sent
-    // bytes wait) on which a tick has work to do. Watch it and call tick()
-    // when it is ready. fd is -1, which poll skips, when there is nothing to
-    // watch (no socket, or no connection); then tick on the loop's own
-    // schedule. revents is 0.
+    // and the poll events (POLLIN; POLLOUT while connecting or while output
+    // waits) on which a tick has work to do. Watch it and call tick() when it
+    // is ready. fd is -1, which poll skips, when there is nothing to watch
+    // (no socket, or no connection); then tick on the loop's own schedule.
+    // revents is 0. Such a loop bounds what the session holds undecoded by
+    // calling SessionWaiter::exceedsUndecodedLimit() after each tick.
     pollfd getPollDescriptor() const;
 
     // The get manager's cancelRequest: receiver stops waiting for the
@@ -122,11 +129,6 @@ public:
     // The set manager's cancelSet: the sets reporting to receiver are given
     // up on without being reported (see ClientSetManager::cancelSet).
     void cancelSet(const std::shared_ptr<Receiver<SetOutcome>>& receiver);
-
-    // The clock that the timed calls read and wait with; ClientClock::system()
-    // until replaced. An empty pointer restores the system clock.
-    void setClock(std::shared_ptr<ClientClock> clock);
-    std::shared_ptr<ClientClock> getClock() const;
 
     // Asks for the channel once; receiver gets the first outcome for it.
     void requestChannel(unsigned int channelId, std::shared_ptr<Receiver<GetOutcome>> receiver);
@@ -143,6 +145,13 @@ public:
                              std::shared_ptr<Receiver<GetOutcome>> receiver);
     void removePushSubscription(unsigned int channelId,
                                 std::shared_ptr<Receiver<GetOutcome>> receiver);
+    // Every channel value the device sends, whatever its channel, until
+    // removed: the device's log push is switched on as by a push
+    // subscription (held under PushedValueRelay::HoldingChannel), and each
+    // value of every get response reaches receiver. Values answering gets
+    // and subscriptions look the same on the wire and arrive here too.
+    void addPushReceiver(std::shared_ptr<Receiver<GetOutcome>> receiver);
+    void removePushReceiver(std::shared_ptr<Receiver<GetOutcome>> receiver);
     // Every login state change, after the session's own receivers.
     void addLoginOutcomeReceiver(std::shared_ptr<Receiver<LoginOutcome>> receiver);
     void removeLoginOutcomeReceiver(std::shared_ptr<Receiver<LoginOutcome>> receiver);
@@ -151,10 +160,6 @@ public:
     void addErrorResponseReceiver(std::shared_ptr<Receiver<ErrorResponse>> receiver);
 
 private:
-    // Ticks, then waits for activity, until done() holds or the timeout has
-    // passed; whether done() held.
-    bool tickUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout);
-
     std::shared_ptr<ClientGetManager> getManager;
     std::shared_ptr<ClientSetManager> setManager;
     std::shared_ptr<ClientSubscriptionManager> subscriptionManager;
@@ -162,5 +167,4 @@ private:
     std::shared_ptr<ClientLoginManager> loginManager;
     std::shared_ptr<Dispatcher<LoginOutcome>> loginOutcomeDispatcher;
     std::shared_ptr<Dispatcher<ErrorResponse>> errorResponseDispatcher;
-    std::shared_ptr<ClientClock> clock;
 };

@@ -18,9 +18,10 @@
 #include "chanlink/flow/Dispatcher.h"
 #include "chanlink/flow/Receiver.h"
 #include "chanlink/messages/ErrorResponse.h"
-#include "chanlink/transport/TCPClientTransport.h"
+#include "chanlink/transport/Transport.h"
 
-// Keeps a logged-in connection to one device alive. Over a TCPClientTransport
+// Keeps a logged-in connection to one device alive. Over a transport from its
+// factory (TCP by default; TLS, in-memory or a capturing wrapper as given)
 // and a session from ClientSessionBuilder, it connects and logs in; when the
 // connection closes, fails, or the login is refused, it drops the session and
 // tries again after a back-off that starts at an initial delay and doubles
@@ -45,6 +46,11 @@
 // sent). Requests made while connecting or logging in wait for the login, as
 // in a session.
 //
+// A device that sends a frame larger than the undecoded limit (16 MiB by
+// default, setMaxUndecodedBytes) has its connection closed; the client then
+// reconnects with its back-off like after any other loss, and
+// getLastDropReason() says why.
+//
 // Like the session, it has no threads: tick() does everything and calls the
 // application's receivers. Not thread-safe. Receivers may call any operation
 // of the client, stop() included; the session being ticked stays alive until
@@ -60,6 +66,11 @@ public:
         WaitingToReconnect = 4,  // the last attempt failed or the connection was lost
     };
 
+    // Makes the transport of one attempt, its connection already under way
+    // (or complete, for an in-memory transport). An empty result counts as a
+    // failed attempt.
+    using TransportFactory = std::function<std::shared_ptr<Transport>()>;
+
     // host and service as for TCPClientTransport (name or address; service
     // name or decimal port). clock: time for the back-off, the attempt limit
     // and the timed calls; ClientClock::system() when empty. Nothing happens
@@ -67,6 +78,11 @@ public:
     ReconnectingClient(const std::string& host, const std::string& service,
                        const std::string& username, const std::string& password,
                        std::shared_ptr<ClientClock> clock = nullptr);
+    // The same over transports from factory, one per attempt.
+    ReconnectingClient(TransportFactory factory, const std::string& username,
+                       const std::string& password, std::shared_ptr<ClientClock> clock = nullptr);
+    // A factory of TCPClientTransports to host and service, connecting.
+    static TransportFactory tcpFactory(const std::string& host, const std::string& service);
     // stop(): outstanding requests are answered before the client goes.
     ~ReconnectingClient();
 
@@ -82,6 +98,10 @@ public:
     // attempt that takes longer (a connect or a login that is never
     // answered) is abandoned like a failed one. Default 10 s; at least 1 ms.
     void setAttemptTimeout(std::chrono::milliseconds timeout);
+    // Most bytes a session may hold undecoded before its connection is
+    // dropped (SessionWaiter::DefaultMaxUndecodedBytes by default); 0 means
+    // no bound.
+    void setMaxUndecodedBytes(std::size_t limit) { maxUndecodedBytes = limit; }
 
     // From Stopped: the first attempt starts at once (name resolution
     // included, which takes as long as the system's resolver). Otherwise
@@ -126,6 +146,9 @@ public:
     std::chrono::milliseconds getRetryDelay() const { return retryDelay; }
     // Attempts failed in a row since the last successful login.
     unsigned int getFailedAttempts() const { return failedAttempts; }
+    // Why the client itself last dropped a connection (an oversized frame);
+    // empty when it never did.
+    const std::string& getLastDropReason() const { return lastDropReason; }
     // Channels that gets wait for, plus sets not answered yet.
     std::size_t outstanding() const;
 
@@ -164,6 +187,10 @@ public:
                              std::shared_ptr<Receiver<GetOutcome>> receiver);
     void removePushSubscription(unsigned int channelId,
                                 std::shared_ptr<Receiver<GetOutcome>> receiver);
+    // Every channel value the device sends, whatever the channel
+    // (ClientSession::addPushReceiver); kept across reconnects.
+    void addPushReceiver(std::shared_ptr<Receiver<GetOutcome>> receiver);
+    void removePushReceiver(std::shared_ptr<Receiver<GetOutcome>> receiver);
 
     // requestChannel(), then ticks until the outcome arrives or the timeout
     // has passed (within the timeout plus one tick); empty on timeout, when
@@ -193,19 +220,22 @@ private:
     void setState(State newState);
     // Answers every outstanding get and set with reason.
     void failOutstanding(unsigned char reason);
+    // Applies a subscription change to the current session when it is Ready.
+    void whenReady(const std::function<void()>& change);
     bool tickUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout);
 
-    std::string host;
-    std::string service;
+    TransportFactory factory;
     std::string username;
     std::string password;
     std::shared_ptr<ClientClock> clock;
     std::chrono::milliseconds initialBackOff{100};
     std::chrono::milliseconds maximumBackOff{5000};
     std::chrono::milliseconds attemptTimeout{10000};
+    std::size_t maxUndecodedBytes;
+    std::string lastDropReason;
 
     State state = Stopped;
-    std::shared_ptr<TCPClientTransport> transport;
+    std::shared_ptr<Transport> transport;
     std::shared_ptr<ClientSession> session;
     ClientClock::TimePoint attemptDeadline{};
     ClientClock::TimePoint retryAt{};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "chanlink/flow/Receiver.h"
@@ -32,6 +33,14 @@ public:
     // Drops a half-received frame and frames not yet handed on. Bytes still
     // waiting in the transport are read on the next doRead.
     virtual void reset();
+
+    // Bytes received and not yet cut into frames: a frame still open. Read
+    // by the waiting helpers that bound what a client holds undecoded.
+    std::size_t undecodedBytes() const { return decoder ? decoder->bufferedBytes() : 0; }
+    // Where produced messages go.
+    const std::shared_ptr<Receiver<Message>>& getMessageDistributor() const {
+        return messageDistributor;
+    }
 
 private:
     unsigned int maxInputCapacity;

@@ -35,6 +35,9 @@ public:
 
     // Encoded bytes not yet accepted by the transport.
     std::size_t pendingBytes() const { return pending.size(); }
+    // Messages taken in but not framed yet: the next doWrite has work even
+    // when no bytes are pending.
+    bool hasQueuedMessages() const { return queue && !queue->empty(); }
 
 private:
     int maxOutputCapacity;

@@ -36,6 +36,15 @@ public:
     std::size_t pendingOutputBytes() const {
         return outgoingEndPoint ? outgoingEndPoint->pendingBytes() : 0;
     }
+    // Bytes pending or messages queued: the next tick writes.
+    bool hasOutputWaiting() const {
+        return pendingOutputBytes() > 0 ||
+               (outgoingEndPoint && outgoingEndPoint->hasQueuedMessages());
+    }
+    // The incoming endpoint (empty for a copy).
+    const std::shared_ptr<IncomingEndPoint>& getIncomingEndPoint() const {
+        return incomingEndPoint;
+    }
 
 private:
     std::shared_ptr<Transport> transport;

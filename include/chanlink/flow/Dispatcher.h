@@ -61,6 +61,19 @@ public:
 
     virtual bool hasReceivers() const { return !receivers.empty(); }
 
+    // The first registered receiver that is a U, or an empty pointer: lets
+    // code that added a receiver of its own type find it again without
+    // keeping a pointer to it.
+    template <typename U>
+    std::shared_ptr<U> findReceiverOfType() const {
+        for (const ReceiverPtr& receiver : receivers) {
+            if (auto found = std::dynamic_pointer_cast<U>(receiver)) {
+                return found;
+            }
+        }
+        return nullptr;
+    }
+
 protected:
     // The first entry holding the same object as receiver (identity, not value
     // equality), or the list's end. addReceiver, removeReceiver and
