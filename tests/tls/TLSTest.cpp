@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "chanlink/client/ClientSessionBuilder.h"
+#include "chanlink/client/ReconnectingClient.h"
 #include "chanlink/server/DeviceServer.h"
 #include "chanlink/server/MemoryChannelStore.h"
 #include "chanlink/tls.h"
@@ -188,4 +189,33 @@ TEST_F(TLSTest, UnfinishedHandshakesCountAsPendingAndTimeOut) {
         silent.pump();
         return silent.closed() && server->connectionCount() == 0;
     }));
+}
+
+TEST_F(TLSTest, ReconnectingClientComesBackOverTls) {
+    startDevice();
+    const std::string port = server->getListeningService();
+    std::string error;
+    auto factory = TLSClientTransport::factory("127.0.0.1", port, trusting(), error);
+    ASSERT_TRUE(factory) << error;
+    auto clock = std::make_shared<ManualClock>();
+    ReconnectingClient client(factory, "admin", "secret", clock);
+    auto values = std::make_shared<RecordingReceiver<GetOutcome>>();
+    client.addSubscription(1, values);
+    const auto until = [&](auto condition) {
+        return eventually([&] {
+            client.tick();
+            server->poll(std::chrono::milliseconds(0));
+            return condition();
+        });
+    };
+    client.start();
+    ASSERT_TRUE(until([&] { return values->count() == 1; }));
+
+    server = std::make_unique<DeviceServer>(store, settings);  // the device restarts
+    ASSERT_TRUE(server->listen(port, "127.0.0.1"));
+    ASSERT_TRUE(until([&] { return client.getState() == ReconnectingClient::WaitingToReconnect; }));
+    store->update(1, {9, 9, 9, 9});
+    clock->advance(client.getRetryDelay());
+    ASSERT_TRUE(until([&] { return values->count() == 2; }));
+    EXPECT_EQ(values->received().back().getData(), (Bytes{9, 9, 9, 9}));
 }
