@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 preset="${1:-dev}"
 
-packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev)
+packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libssl-dev openssl)
 [ "$preset" = release ] && packages+=(libbenchmark-dev)
 scripts/require-packages.sh "${packages[@]}"
 

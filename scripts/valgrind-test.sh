@@ -13,7 +13,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/require-packages.sh cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev valgrind
+scripts/require-packages.sh cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libssl-dev openssl valgrind
 
 preset="${1:-valgrind}"
 build="build/$preset"
