@@ -169,6 +169,10 @@ bool DeviceConnection::isOpen() const {
     return dropReason.empty() && !TransportPoll::of(*transport).ended();
 }
 
+bool DeviceConnection::failed() const {
+    return TransportPoll::of(*transport).state == ConnectionOutcome::ConnectionFailed;
+}
+
 pollfd DeviceConnection::getPollDescriptor() const {
     if (!isOpen()) {
         return pollfd{-1, 0, 0};

@@ -292,9 +292,11 @@ void DeviceServer::removeClosed() {
     std::vector<std::shared_ptr<DeviceConnection>> gone(closed, connections.end());
     connections.erase(closed, connections.end());
     for (const auto& connection : gone) {
+        const bool failed = connection->failed();
         connection->close();
         if (connection->getDropReason().empty()) {
-            report(DeviceEvent::Closed, connection->getId(), "by the peer");
+            report(DeviceEvent::Closed, connection->getId(),
+                   failed ? "before it was set up (failed handshake)" : "by the peer");
         } else {
             report(DeviceEvent::Dropped, connection->getId(), connection->getDropReason());
         }

@@ -58,6 +58,7 @@ void TLSClientTransport::progress() {
     }
     if (tcp->state() == ConnectionOutcome::Connected) {
         startHandshake(*context, serverName.empty() ? host : serverName);
+        TLSTransport::progress();
     } else if (tcp->state() != ConnectionOutcome::Connecting) {
         fail("cannot connect to " + host + " port " + service);
     }

@@ -94,7 +94,6 @@ void TLSTransport::startHandshake(const TLSContext& context, const std::string& 
     stream = std::make_unique<TLSStream>(context.get(), tcp->getSocket(), context.isServer(),
                                          context.verifiesPeer(), peerName);
     progressState(ConnectionOutcome::Connecting);
-    progress();
 }
 
 void TLSTransport::fail(std::string reason) {

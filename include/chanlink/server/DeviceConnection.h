@@ -91,6 +91,9 @@ public:
     // Not dropped, and the transport has neither failed nor closed (a TLS
     // transport still in its handshake is open).
     bool isOpen() const;
+    // The transport failed to set up (a TLS handshake that failed, say)
+    // rather than being closed.
+    bool failed() const;
     bool loggedIn() const { return loggedInNow; }
     bool logPushOn() const { return logPush; }
     bool subscribedTo(unsigned int channelId) const { return subscriptions.count(channelId) != 0; }

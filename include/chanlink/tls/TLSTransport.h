@@ -52,7 +52,8 @@ protected:
 
     // Moves a connection in Connecting forward; the client's connects first.
     virtual void progress();
-    // Starts the handshake on the TCP connection, which must be connected.
+    // Sets up the handshake on the TCP connection, which must be connected;
+    // the next progress() takes its first step.
     void startHandshake(const TLSContext& context, const std::string& peerName);
     // Ends a connect or handshake: closes the socket, reports ConnectionFailed.
     void fail(std::string reason);
