@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/endpoint/IncomingEndPoint.h"
 #include "chanlink/endpoint/OutgoingEndPoint.h"
 #include "chanlink/flow/FunctionReceiver.h"
@@ -14,11 +13,11 @@
 #include "chanlink/messages/LogPushRequest.h"
 #include "chanlink/messages/LoginRequest.h"
 #include "chanlink/messages/MessageProductionChain.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/messages/SetResponse.h"
 #include "chanlink/messages/SubscriptionRequest.h"
 #include "chanlink/messages/SubscriptionResponse.h"
-#include "chanlink/messages/UserAccountRequest.h"
 #include "chanlink/transport/TransportPoll.h"
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/Encoder.h"
@@ -58,20 +57,13 @@ DeviceConnection::DeviceConnection(unsigned int id, std::shared_ptr<Transport> t
       maxLoginDelay(settings.maxLoginDelay),
       maxFailedLogins(settings.maxFailedLogins),
       decoder(std::make_shared<Decoder>()),
-      chain(std::make_shared<MessageProductionChain>()),
+      chain(MessageProductionChain::newDeviceInstance()),
       backlog(std::make_shared<MessageBacklog>()),
       requests(std::make_shared<Dispatcher<Message>>()) {
-    chain->addProducer(GetRequest::Code, &GetRequest::read);
-    chain->addProducer(SetRequest::Code, &SetRequest::read);
-    // Opcode 3 serves subscriptions and unsubscriptions alike, byte for
-    // byte; the device reads every such request as a subscription.
-    chain->addProducer(SubscriptionRequest::Code, &SubscriptionRequest::read);
-    chain->addProducer(LogPushRequest::Code, &LogPushRequest::read);
-    chain->addProducer(9, &UserAccountRequest::read);
-
     requests->addReceiver(route<LoginRequest>([this](const LoginRequest& r) { onLogin(r); }));
     requests->addReceiver(route<GetRequest>([this](const GetRequest& r) { onGet(r); }));
     requests->addReceiver(route<SetRequest>([this](const SetRequest& r) { onSet(r); }));
+    // Unsubscriptions arrive as subscriptions too: they share opcode 3.
     requests->addReceiver(
         route<SubscriptionRequest>([this](const SubscriptionRequest& r) { onSubscription(r); }));
     requests->addReceiver(route<LogPushRequest>([this](const LogPushRequest& r) { onLogPush(r); }));
