@@ -12,19 +12,37 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# OpenSSL for the target (chanlink_tls) comes from Debian's armhf packages,
-# installed beside the build machine's own (multiarch).
-if ! dpkg --print-foreign-architectures | grep -qx armhf; then
-    if [ "$(id -u)" -ne 0 ]; then
-        echo "Add the armhf architecture first:" >&2
-        echo "  sudo dpkg --add-architecture armhf && sudo apt-get update" >&2
-        exit 1
+scripts/require-packages.sh cmake ninja-build g++-arm-linux-gnueabihf qemu-user googletest openssl
+
+# chanlink_tls for the target needs Debian's armhf OpenSSL, installed beside
+# the build machine's own (multiarch); apt allows that only when both are of
+# the same version, so a mirror behind the build machine's security updates
+# leaves TLS out of the ARM build, with a note.
+multiarch=/usr/lib/arm-linux-gnueabihf
+arm_openssl=()
+installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok installed"; }
+if ! installed libssl-dev:armhf && [ "$(id -u)" -eq 0 ]; then
+    added=no
+    if ! dpkg --print-foreign-architectures | grep -qx armhf; then
+        dpkg --add-architecture armhf
+        added=yes
     fi
-    dpkg --add-architecture armhf
-    apt-get update -qq >/dev/null
+    apt-get update -qq >/dev/null 2>&1 || true
+    if ! DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+        libssl-dev:armhf >/dev/null 2>&1 && [ "$added" = yes ]; then
+        dpkg --remove-architecture armhf 2>/dev/null || true
+    fi
 fi
-scripts/require-packages.sh cmake ninja-build g++-arm-linux-gnueabihf qemu-user googletest \
-    openssl libssl-dev:armhf
+if installed libssl-dev:armhf; then
+    # The toolchain searches only the target's root; the multiarch OpenSSL is
+    # named here. Its headers are in the compiler's default search path.
+    arm_openssl=(-DOPENSSL_INCLUDE_DIR=/usr/include -DOPENSSL_SSL_LIBRARY=$multiarch/libssl.so
+        -DOPENSSL_CRYPTO_LIBRARY=$multiarch/libcrypto.so)
+else
+    echo "== chanlink_tls left out: libssl-dev:armhf is not installed and cannot be installed" \
+        "beside libssl-dev $(dpkg-query -W -f='${Version}' libssl-dev 2>/dev/null)" \
+        "(sudo apt-get install libssl-dev:armhf tells why)" >&2
+fi
 
 jobs="$(nproc 2>/dev/null || echo 2)"
 toolchain="$PWD/cmake/toolchains/arm-linux-gnueabihf.cmake"
@@ -44,11 +62,6 @@ if [ "$(cat "$stamp" 2>/dev/null)" != "$wanted" ]; then
 fi
 
 echo "== chanlink for arm-linux-gnueabihf"
-# The toolchain searches only the target's root; the multiarch OpenSSL is
-# named here. Its headers are in the compiler's default search path.
-multiarch=/usr/lib/arm-linux-gnueabihf
-cmake --preset arm -DOPENSSL_INCLUDE_DIR=/usr/include \
-    -DOPENSSL_SSL_LIBRARY=$multiarch/libssl.so -DOPENSSL_CRYPTO_LIBRARY=$multiarch/libcrypto.so \
-    >/dev/null
+cmake --preset arm "${arm_openssl[@]}" >/dev/null
 cmake --build --preset arm -j "$jobs"
 ctest --preset arm -j "$jobs"
