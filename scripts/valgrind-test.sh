@@ -13,7 +13,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/require-packages.sh cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libssl-dev openssl valgrind
+scripts/require-packages.sh cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev valgrind \
+    libcli11-dev nlohmann-json3-dev libssl-dev openssl
 
 preset="${1:-valgrind}"
 build="build/$preset"

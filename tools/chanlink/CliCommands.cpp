@@ -184,9 +184,6 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
             return runWatch(connection, options, print, budget);
         case Command::Push:
             return runPush(connection, options, print, budget, pushPrinter);
-        case Command::Help:
-        case Command::Version:
-            break;
     }
     return ExitCode::UsageError;
 }

@@ -3,22 +3,16 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <csignal>
 #include <utility>
 
 #include "CliOutput.h"
+#include "StopSignal.h"
 #include "chanlink/client/ClientSessionBuilder.h"
 #include "chanlink/flow/FunctionReceiver.h"
 
 namespace cli {
 
 namespace {
-
-volatile std::sig_atomic_t stopSignal = 0;
-
-extern "C" void onStopSignal(int signal) {
-    stopSignal = signal;
-}
 
 // The longest a wait sleeps on the socket before looking again. A bound is
 // needed because the session may hold bytes it could not write yet, and
@@ -58,18 +52,6 @@ std::string idList(const std::vector<std::uint32_t>& ids) {
 
 }  // namespace
 
-void installStopHandlers() {
-    struct sigaction action {};
-    action.sa_handler = onStopSignal;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
-
-bool stopRequested() {
-    return stopSignal != 0;
-}
-
 Connection::Connection(Options options, BytesObserver observer) : options(std::move(options)) {
     tcp = std::make_shared<TCPClientTransport>(
         this->options.host, this->options.port,
@@ -85,7 +67,7 @@ Connection::Connection(Options options, BytesObserver observer) : options(std::m
     clientSession = ClientSessionBuilder()
                         .setTransport(transport)
                         .setUsername(this->options.user)
-                        .setPassword(this->options.password.value_or(""))
+                        .setPassword(this->options.password)
                         .build();
 }
 
@@ -191,7 +173,7 @@ Connection::WaitResult Connection::waitUntil(const std::function<bool()>& done,
         if (connectionLost()) {
             return WaitResult::ConnectionLost;
         }
-        if (stopRequested()) {
+        if (tool::stopRequested()) {
             return WaitResult::Interrupted;
         }
         auto slice = MaxSleep;

@@ -26,11 +26,6 @@ struct Failure {
     explicit operator bool() const { return code != ExitCode::Success; }
 };
 
-// Installs handlers for SIGINT and SIGTERM that end every wait soon after.
-void installStopHandlers();
-// Whether one of those signals has come.
-bool stopRequested();
-
 // One logged-in session with a device, and every wait chanlink makes. Each
 // wait has a deadline, ends early when the connection fails or closes, and
 // sleeps on the socket rather than spinning.
