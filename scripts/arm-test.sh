@@ -34,12 +34,7 @@ if ! installed libssl-dev:armhf && [ "$(id -u)" -eq 0 ]; then
         dpkg --remove-architecture armhf 2>/dev/null || true
     fi
 fi
-if installed libssl-dev:armhf; then
-    # The toolchain searches only the target's root; the multiarch OpenSSL is
-    # named here. Its headers are in the compiler's default search path.
-    arm_openssl=(-DOPENSSL_INCLUDE_DIR=/usr/include -DOPENSSL_SSL_LIBRARY=$multiarch/libssl.so
-        -DOPENSSL_CRYPTO_LIBRARY=$multiarch/libcrypto.so)
-else
+if ! installed libssl-dev:armhf; then
     echo "== chanlink_tls left out: libssl-dev:armhf is not installed and cannot be installed" \
         "beside libssl-dev $(dpkg-query -W -f='${Version}' libssl-dev 2>/dev/null)" \
         "(sudo apt-get install libssl-dev:armhf tells why)" >&2
@@ -71,6 +66,15 @@ rm -rf "$headers"
 mkdir -p "$headers/include" "$headers/share/cmake"
 ln -s /usr/include/CLI /usr/include/nlohmann "$headers/include/"
 ln -s /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$headers/share/cmake/"
+# OpenSSL's headers the same way: the common ones and the target's own
+# configuration headers in one folder. Its libraries are named outright.
+if installed libssl-dev:armhf; then
+    mkdir -p "$headers/include/openssl"
+    ln -sf /usr/include/openssl/* /usr/include/arm-linux-gnueabihf/openssl/* \
+        "$headers/include/openssl/"
+    arm_openssl=(-DOPENSSL_INCLUDE_DIR="$PWD/$headers/include"
+        -DOPENSSL_SSL_LIBRARY=$multiarch/libssl.so -DOPENSSL_CRYPTO_LIBRARY=$multiarch/libcrypto.so)
+fi
 
 echo "== chanlink for arm-linux-gnueabihf"
 cmake --preset arm "${arm_openssl[@]}" >/dev/null
