@@ -210,9 +210,11 @@ login-refused)
     start_device
     cli get 1 --password wrong
     expect "wrong password rc" 4 "$RC"
-    expect "wrong password error" "chanlink: login as 'admin' refused (wrong user or password)" "$ERR"
+    expect "wrong password error" "chanlink: warning: other users of this machine can read --password; use --password-file or CHANLINK_PASSWORD
+chanlink: login as 'admin' refused (wrong user or password)" "$ERR"
     CHANLINK_PASSWORD=wrong cli get 1
     expect "password from the environment" 4 "$RC"
+    expect "no warning for the environment" "chanlink: login as 'admin' refused (wrong user or password)" "$ERR"
     cli get 1 --user someone
     expect "wrong user rc" 4 "$RC"
     ;;

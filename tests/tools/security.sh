@@ -78,7 +78,7 @@ tls)
     cli --tls --ca "$certs/ca.pem" set 1 0A0B0C0D
     [ "$RC" -eq 0 ] || fail "set over TLS: exit $RC: $ERR"
     cli --tls --ca "$certs/ca.pem" get 1
-    [ "$RC" -eq 0 ] && [[ $OUT == *"0a 0b 0c 0d"* ]] || fail "get over TLS: exit $RC: $OUT $ERR"
+    [ "$RC" -eq 0 ] && [[ $OUT == *"0A0B0C0D"* ]] || fail "get over TLS: exit $RC: $OUT $ERR"
     cli --tls --ca "$certs/ca.pem" watch 1 --count 1
     [ "$RC" -eq 0 ] && [ -n "$OUT" ] || fail "watch over TLS: exit $RC: $ERR"
     cli get 1  # plain TCP to a TLS-only port
@@ -95,6 +95,7 @@ refused)
     cli --tls --ca "$certs/otherca.pem" get 1
     [ "$RC" -eq 3 ] && [ "$(wc -l <"$work/cli.err")" -eq 1 ] &&
         [[ $ERR == "chanlink: certificate verify failed: "* ]] || fail "wrong CA: exit $RC, '$ERR'"
+    wait_for_log "closed before it was set up (failed handshake)"
     ;;
 hostile)
     start_device "${tls_device[@]}" --login-timeout 1 --max-pending 2
@@ -125,7 +126,7 @@ secrets)
     cat "$work/cli.err" >>"$work/all-cli-output"
     [[ $ERR == *"sending the password unencrypted to 192.0.2.1"* ]] ||
         fail "no plain-text warning: '$ERR'"
-    CHANLINK_DEVICE_PASSWORD=$password start_device --password "$password" --port 0
+    CHANLINK_DEVICE_PASSWORD=$password start_device --password "$password"
     grep -q "warning" "$work/device.err" || fail "no warning for the device's --password"
     kill -TERM "${background[@]}" 2>/dev/null
     wait "${background[@]}" 2>/dev/null

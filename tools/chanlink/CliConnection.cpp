@@ -53,16 +53,31 @@ std::string idList(const std::vector<std::uint32_t>& ids) {
 }  // namespace
 
 Connection::Connection(Options options, BytesObserver observer) : options(std::move(options)) {
-    tcp = std::make_shared<TCPClientTransport>(
-        this->options.host, this->options.port,
-        makeReceiver<ConnectionOutcome>([this](const ConnectionOutcome& outcome) {
-            if (outcome.getState() == ConnectionOutcome::Connected) {
-                everConnected = true;
-            }
-        }));
-    std::shared_ptr<Transport> transport = tcp;
+    auto connected = makeReceiver<ConnectionOutcome>([this](const ConnectionOutcome& outcome) {
+        if (outcome.getState() == ConnectionOutcome::Connected) {
+            everConnected = true;
+        }
+    });
+    std::shared_ptr<Transport> transport;
+#ifdef CHANLINK_WITH_TLS
+    if (this->options.tls) {
+        TLSClientSettings settings;
+        settings.caFile = this->options.caFile;
+        settings.certificateFile = this->options.certificateFile;
+        settings.keyFile = this->options.keyFile;
+        settings.verifyPeer = !this->options.insecure;
+        tls = std::make_shared<TLSClientTransport>(this->options.host, this->options.port,
+                                                   connected, settings);
+        transport = tls;
+    }
+#endif
+    if (!transport) {
+        tcp =
+            std::make_shared<TCPClientTransport>(this->options.host, this->options.port, connected);
+        transport = tcp;
+    }
     if (observer) {
-        transport = std::make_shared<ObservedTransport>(tcp, std::move(observer));
+        transport = std::make_shared<ObservedTransport>(transport, std::move(observer));
     }
     clientSession = ClientSessionBuilder()
                         .setTransport(transport)
@@ -74,12 +89,38 @@ Connection::Connection(Options options, BytesObserver observer) : options(std::m
 Connection::~Connection() {
     // The transport reports its closing to the receiver above, which must not
     // outlive this object: close while it still exists.
+    close();
+}
+
+ConnectionOutcome::ConnectionStates Connection::state() const {
+#ifdef CHANLINK_WITH_TLS
+    if (tls) {
+        return tls->state();
+    }
+#endif
+    return tcp->state();
+}
+
+void Connection::close() {
+#ifdef CHANLINK_WITH_TLS
+    if (tls) {
+        tls->close();
+        return;
+    }
+#endif
     tcp->close();
 }
 
 Failure Connection::open() {
     const auto deadline = Clock::now() + options.timeout;
-    tcp->connect();
+#ifdef CHANLINK_WITH_TLS
+    if (tls) {
+        tls->connect();
+    }
+#endif
+    if (tcp) {
+        tcp->connect();
+    }
     if (!clientSession->initiateLogin()) {
         return {ExitCode::UsageError, "user name or password is too long"};
     }
@@ -192,28 +233,50 @@ Connection::WaitResult Connection::waitUntil(const std::function<bool()>& done,
 }
 
 void Connection::waitForSocket(std::chrono::milliseconds slice) {
+#ifdef CHANLINK_WITH_TLS
+    // Decrypted input in hand: the socket may never tell of it.
+    if (tls && TransportPoll::of(*tls).inputBuffered) {
+        return;
+    }
+#endif
     pollfd descriptor{};
-    descriptor.fd = tcp->getSocket();
-    descriptor.events = tcp->state() == ConnectionOutcome::Connecting ? POLLOUT : POLLIN;
+    if (tcp) {
+        descriptor.fd = tcp->getSocket();
+        descriptor.events = tcp->state() == ConnectionOutcome::Connecting ? POLLOUT : POLLIN;
+    }
+#ifdef CHANLINK_WITH_TLS
+    if (tls) {
+        descriptor = TransportPoll::of(*tls).entry(false);
+    }
+#endif
     // Without an open socket this only sleeps. A signal cuts the sleep short.
     poll(&descriptor, descriptor.fd > 0 ? 1 : 0, static_cast<int>(slice.count()));
 }
 
 bool Connection::connectionLost() const {
-    const auto state = tcp->state();
+    const auto state = this->state();
     return state == ConnectionOutcome::ConnectionFailed || state == ConnectionOutcome::Closed;
 }
 
 Failure Connection::waitFailure(WaitResult result, const std::string& what) const {
     switch (result) {
         case WaitResult::TimedOut:
-            if (tcp->state() != ConnectionOutcome::Connected) {
+            if (state() != ConnectionOutcome::Connected) {
                 return {ExitCode::TimedOut, "no connection to " + address() + " within " +
                                                 describeDuration(options.timeout)};
             }
             return {ExitCode::TimedOut,
                     "no answer to " + what + " within " + describeDuration(options.timeout)};
         case WaitResult::ConnectionLost:
+#ifdef CHANLINK_WITH_TLS
+            // "certificate verify failed: ...", or the device's alert.
+            if (tls && !tls->getFailureReason().empty()) {
+                return {ExitCode::ConnectionFailed,
+                        everConnected
+                            ? "connection to " + address() + " closed: " + tls->getFailureReason()
+                            : tls->getFailureReason()};
+            }
+#endif
             if (!everConnected) {
                 return {ExitCode::ConnectionFailed, "cannot connect to " + address()};
             }

@@ -14,6 +14,9 @@
 #include "chanlink/client/GetOutcome.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/transport/TCPClientTransport.h"
+#ifdef CHANLINK_WITH_TLS
+#include "chanlink/tls/TLSClientTransport.h"
+#endif
 
 namespace cli {
 
@@ -83,7 +86,14 @@ private:
     std::string address() const;
 
     Options options;
+    ConnectionOutcome::ConnectionStates state() const;
+    void close();
+
+    // One of the two, by options.tls.
     std::shared_ptr<TCPClientTransport> tcp;
+#ifdef CHANLINK_WITH_TLS
+    std::shared_ptr<TLSClientTransport> tls;
+#endif
     std::shared_ptr<ClientSession> clientSession;
     bool everConnected = false;
 };
