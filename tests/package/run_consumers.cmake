@@ -11,7 +11,6 @@ function(run)
 endfunction()
 
 run(${CMAKE_COMMAND} --install "${BINARY_DIR}" --prefix "${prefix}")
-file(GLOB_RECURSE tls_targets "${prefix}/*/chanlinkTlsTargets.cmake")
 
 foreach(mode IN ITEMS find_package add_subdirectory)
     set(build "${WORK_DIR}/${mode}")
@@ -23,14 +22,6 @@ foreach(mode IN ITEMS find_package add_subdirectory)
     run(${CMAKE_COMMAND} --build "${build}")
     run("${build}/consumer")
 endforeach()
-# find_package(chanlink COMPONENTS tls) and pkg-config chanlink-tls.
-if(tls_targets)
-    run(${CMAKE_COMMAND} -S "${CONSUMER_DIR}" -B "${WORK_DIR}/tls" -G "${GENERATOR}"
-        -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DCMAKE_PREFIX_PATH=${prefix}
-        -DCONSUMER_MODE=find_package -DCONSUMER_TLS=ON)
-    run(${CMAKE_COMMAND} --build "${WORK_DIR}/tls")
-    run("${WORK_DIR}/tls/consumer_tls")
-endif()
 
 # pkg-config, with the compiler driven by hand as a Makefile user would.
 find_program(PKG_CONFIG pkg-config REQUIRED)
@@ -46,14 +37,4 @@ endif()
 separate_arguments(flags UNIX_COMMAND "${flags}")
 run(${CXX_COMPILER} -std=c++17 "${CONSUMER_DIR}/main.cpp" ${flags} -o "${WORK_DIR}/pkgconfig-consumer")
 run("${WORK_DIR}/pkgconfig-consumer")
-if(tls_targets)
-    execute_process(COMMAND ${PKG_CONFIG} --cflags --libs chanlink-tls
-        RESULT_VARIABLE result OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE)
-    if(NOT result EQUAL 0)
-        message(FATAL_ERROR "pkg-config does not know chanlink-tls")
-    endif()
-    separate_arguments(flags UNIX_COMMAND "${flags}")
-    run(${CXX_COMPILER} -std=c++17 "${CONSUMER_DIR}/tls.cpp" ${flags} -o "${WORK_DIR}/pkgconfig-tls")
-    run("${WORK_DIR}/pkgconfig-tls")
-endif()
 message(STATUS "find_package, add_subdirectory and pkg-config consumers built and ran")
