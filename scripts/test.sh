@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 preset="${1:-dev}"
 
-packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev
+packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev tshark
     libssl-dev openssl)
 [ "$preset" = release ] && packages+=(libbenchmark-dev)
 scripts/require-packages.sh "${packages[@]}"

@@ -172,6 +172,10 @@ std::size_t DeviceServer::poll(std::chrono::milliseconds timeout) {
     return connections.size();
 }
 
+void DeviceServer::setAcceptWrapper(TransportWrapper wrapper) {
+    acceptWrapper = std::move(wrapper);
+}
+
 void DeviceServer::setEventReceiver(std::shared_ptr<Receiver<DeviceEvent>> receiver) {
     events = std::move(receiver);
 }
@@ -258,7 +262,8 @@ void DeviceServer::acceptPending() {
             accepted->close();  // the wrapper refused it
             continue;
         }
-        adopt(std::move(transport));
+        // TLS first, so that a capture records the protocol's bytes.
+        adopt(acceptWrapper ? acceptWrapper(std::move(transport)) : std::move(transport));
     }
 }
 

@@ -284,6 +284,17 @@ timeout)
     [ $((SECONDS - start)) -le 5 ] || fail "three 300 ms timeouts took $((SECONDS - start)) s"
     ;;
 
+endless-frame)
+    exec {endless_fd}< <(exec "$helper" endless-frame 20)
+    background+=("$!")
+    read -r -t 10 -u "$endless_fd" line || fail "the endless device printed no port"
+    PORT=${line#port }
+    cli watch 1 --max-frame 64K --timeout 10s
+    expect "endless frame rc" 3 "$RC"
+    expect "endless frame error" \
+        "chanlink: the device sent a frame larger than 64 KiB; connection closed" "$ERR"
+    ;;
+
 usage)
     PORT=1
     cli get

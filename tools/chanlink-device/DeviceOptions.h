@@ -21,6 +21,8 @@ struct DeviceOptions {
     std::string passwordFile;
     std::size_t maxClients = 4;
     std::string channelsFile;  // empty: the built-in table
+    std::string captureFile;   // empty: no capture
+    bool captureCredentials = false;
     bool printChannels = false;
     // Against hostile clients (docs/SECURITY.md); 0 turns either off.
     std::chrono::milliseconds loginTimeout{10000};

@@ -11,9 +11,7 @@
 #include "CliOutput.h"
 #include "ToolSecrets.h"
 #include "chanlink/flow/FunctionReceiver.h"
-#include "chanlink/messages/GetResponse.h"
 #include "chanlink/processing/ChannelCache.h"
-#include "chanlink/wire/Decoder.h"
 
 namespace cli {
 
@@ -121,11 +119,7 @@ int runWatch(Connection& connection, const Options& options, const Printer& prin
 int runPush(Connection& connection, const Options& options, const Printer& print,
             const LineBudget& budget, const std::shared_ptr<Receiver<GetOutcome>>& printer) {
     if (options.channels.empty()) {
-        // The session keeps the device's log push on while any channel has a
-        // push receiver. With no channel named, one receiver that ignores
-        // everything keeps it on, and the values are read from the bytes
-        // received (see pushedValuesReader), whatever their channel.
-        connection.session().addPushSubscription(0, makeReceiver<GetOutcome>([](const auto&) {}));
+        connection.session().addPushReceiver(printer);  // every channel
     }
     for (std::uint32_t id : options.channels) {
         connection.session().addPushSubscription(id, printer);
@@ -135,24 +129,6 @@ int runPush(Connection& connection, const Options& options, const Printer& print
         return print.fail(failure);
     }
     return ExitCode::Success;
-}
-
-// An observer of the received bytes that hands every value of every get
-// response to receiver: the device sends pushed values as get responses.
-Connection::BytesObserver pushedValuesReader(std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    auto decoder = std::make_shared<Decoder>();
-    return [decoder, receiver](const std::vector<unsigned char>& bytes) {
-        decoder->injectBytes(bytes);
-        while (decoder->hasFrames()) {
-            const std::vector<unsigned char> payload = decoder->extractFrame();
-            if (!GetResponse::validate(payload)) {
-                continue;
-            }
-            for (const ChannelValue& value : GetResponse(payload).getChannelValues()) {
-                receiver->receive(GetOutcome(value));
-            }
-        }
-    };
 }
 
 }  // namespace
@@ -168,10 +144,6 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
             ++budget.used;
         }
     });
-    Connection::BytesObserver observer;
-    if (options.command == Command::Push && options.channels.empty()) {
-        observer = pushedValuesReader(pushPrinter);
-    }
     if (options.passwordOnCommandLine) {
         err << "chanlink: warning: other users of this machine can read --password; use "
                "--password-file or CHANLINK_PASSWORD\n";
@@ -184,7 +156,7 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
             << "; use --tls\n";
     }
     err << std::flush;
-    Connection connection(options, observer);
+    Connection connection(options);
     if (const Failure failure = connection.open()) {
         return print.fail(failure);
     }

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cctype>
 #include <cstddef>
 #include <limits>
 #include <map>
@@ -109,6 +110,7 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
     app.footer(Footer);
     app.formatter(std::make_shared<Formatter>());
 
+    // Also a file name: anything but empty.
     const auto host = [](const std::string& text) {
         return text.empty() ? std::nullopt : std::optional<std::string>(text);
     };
@@ -151,6 +153,10 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
     tool::addParsed(app, "--timeout", options.timeout, parseDuration, duration,
                     "limit for each wait (default 5s; e.g. 500ms, 2s, 1m)")
         ->type_name("DURATION");
+    tool::addParsed(app, "--max-frame", options.maxFrame, parseSize,
+                    "a size (e.g. 65536, 64K, 16M)",
+                    "close the connection when the device sends a larger frame (default 16M)")
+        ->type_name("SIZE");
     tool::addParsed(app, "--count", options.count, count, "a positive count",
                     "watch, push: stop after N lines")
         ->type_name("N");
@@ -158,6 +164,11 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
                     "watch, push: stop after this long")
         ->type_name("DURATION");
     app.add_flag("--json", options.json, "one JSON object per line");
+    tool::addParsed(app, "--capture", options.captureFile, host, "a file name",
+                    "record the connection into FILE, a pcap file (password masked)")
+        ->type_name("FILE");
+    app.add_flag("--capture-credentials", options.captureCredentials,
+                 "with --capture: record the password as sent");
 
     const std::pair<Command, const char*> commands[] = {{Command::Get, "get"},
                                                         {Command::Set, "set"},
@@ -301,6 +312,30 @@ std::optional<std::chrono::milliseconds> parseDuration(const std::string& text) 
         return std::nullopt;
     }
     return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(milliseconds));
+}
+
+std::optional<std::size_t> parseSize(const std::string& text) {
+    std::size_t digits = 0;
+    while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits]))) {
+        ++digits;
+    }
+    const std::string suffix = text.substr(digits);
+    std::size_t unit = 1;
+    if (suffix == "K" || suffix == "KiB") {
+        unit = 1024;
+    } else if (suffix == "M" || suffix == "MiB") {
+        unit = 1024 * 1024;
+    } else if (suffix == "G" || suffix == "GiB") {
+        unit = 1024 * 1024 * 1024;
+    } else if (!suffix.empty()) {
+        return std::nullopt;
+    }
+    const auto number = tool::decimalNumber(text.substr(0, digits), 1,
+                                            std::numeric_limits<std::size_t>::max() / unit);
+    if (!number) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(*number) * unit;
 }
 
 }  // namespace cli

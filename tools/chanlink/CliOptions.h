@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <ostream>
@@ -35,7 +36,14 @@ struct Options {
     // How long each wait may take: connecting and logging in, then the
     // answers to a get or a set, then the first values of a watch.
     std::chrono::milliseconds timeout{5000};
+    // Most bytes the device may leave undecoded (one unfinished frame)
+    // before the connection is closed.
+    std::size_t maxFrame = 16 * 1024 * 1024;
     bool json = false;
+    // Records the connection into this pcap file when not empty.
+    std::string captureFile;
+    // Leaves the login password readable in the capture.
+    bool captureCredentials = false;
 
     // get, watch: one or more; set: exactly one; push: any number.
     std::vector<std::uint32_t> channels;
@@ -68,6 +76,10 @@ std::optional<std::uint32_t> parseChannelId(const std::string& text);
 // spaces, ':' and '-' between pairs are ignored ("0a:0b", "0A 0B"). Empty
 // when there are no digits, an odd number of them, or another character.
 std::optional<std::vector<unsigned char>> parseHexData(const std::string& text);
+
+// A size in bytes, with an optional K, M or G suffix (powers of 1024; "KiB",
+// "MiB" and "GiB" too): "65536", "64K", "16MiB". At least 1.
+std::optional<std::size_t> parseSize(const std::string& text);
 
 // A positive duration: a decimal number, optionally with a fraction, and a
 // unit ms, s or m; seconds when there is none ("5", "500ms", "2s", "1.5s").
