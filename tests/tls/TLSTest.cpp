@@ -135,8 +135,7 @@ TEST_F(TLSTest, DeviceIsVerifiedAndClientCertificatesAreRequiredWhenAskedFor) {
         {"device", true, client("ca.pem"), "certificate required"},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.deviceCertificate) + " " + c.client.caFile + " " +
-                     c.client.serverName + (c.mutual ? " mutual" : ""));
+        SCOPED_TRACE(c.client.caFile + " " + c.client.serverName + c.deviceCertificate);
         startDevice(c.deviceCertificate, c.mutual);
         EXPECT_EQ(login(c.client), *c.refusal == '\0') << transport->getFailureReason();
         EXPECT_NE(transport->getFailureReason().find(c.refusal), std::string::npos)
