@@ -16,6 +16,15 @@ constexpr std::chrono::seconds MiscInterval{1};
 // Messages one read or write call handles before the loop moves on.
 constexpr int PacketsPerCall = 64;
 
+// libmosquitto's texts end in a full stop; log lines do not.
+std::string describe(int result) {
+    std::string text = mosquitto_strerror(result);
+    if (!text.empty() && text.back() == '.') {
+        text.pop_back();
+    }
+    return text;
+}
+
 }  // namespace
 
 BrokerLink::BrokerLink(BrokerConfig config, std::string lastWillTopic, Log log)
@@ -46,7 +55,7 @@ bool BrokerLink::start(std::string& error) {
             mosquitto_tls_set(handle_, config.caFile.c_str(), nullptr, nullptr, nullptr, nullptr);
         if (result != MOSQ_ERR_SUCCESS) {
             error = config.caFile + ": cannot be used as the broker's CA file (" +
-                    mosquitto_strerror(result) + ")";
+                    describe(result) + ")";
             return false;
         }
     }
@@ -72,7 +81,7 @@ void BrokerLink::connect(Clock::time_point now) {
             ? mosquitto_connect_async(handle_, config.host.c_str(), config.port, keepAlive)
             : mosquitto_connect(handle_, config.host.c_str(), config.port, keepAlive);
     if (result != MOSQ_ERR_SUCCESS) {
-        lost(std::string("cannot connect: ") + mosquitto_strerror(result), now);
+        lost("cannot connect: " + describe(result), now);
     }
 }
 
@@ -125,7 +134,7 @@ void BrokerLink::send(const std::string& topic, const std::string& payload, bool
     } else if (result == MOSQ_ERR_NO_CONN || result == MOSQ_ERR_CONN_LOST) {
         waiting[topic] = Waiting{payload, retain};
     } else {
-        log("cannot publish on " + topic + ": " + mosquitto_strerror(result));
+        log("cannot publish on " + topic + ": " + describe(result));
     }
 }
 
@@ -184,14 +193,14 @@ void BrokerLink::handle(short revents, Clock::time_point now) {
             result = mosquitto_loop_read(handle_, PacketsPerCall);
         }
         if (result != MOSQ_ERR_SUCCESS) {
-            lost(mosquitto_strerror(result), now);
+            lost(describe(result), now);
         }
     }
     if (mosquitto_socket(handle_) >= 0 && (revents & POLLOUT) != 0 &&
         mosquitto_want_write(handle_)) {
         const int result = mosquitto_loop_write(handle_, PacketsPerCall);
         if (result != MOSQ_ERR_SUCCESS) {
-            lost(mosquitto_strerror(result), now);
+            lost(describe(result), now);
         }
     }
     if (now >= nextMisc) {
@@ -199,7 +208,7 @@ void BrokerLink::handle(short revents, Clock::time_point now) {
         if (mosquitto_socket(handle_) >= 0) {
             const int result = mosquitto_loop_misc(handle_);
             if (result != MOSQ_ERR_SUCCESS) {
-                lost(mosquitto_strerror(result), now);
+                lost(describe(result), now);
             }
         }
     }
