@@ -150,6 +150,10 @@ int main(int argc, char** argv) {
             }
         }
     }
+    // Answers still owed reach busy, which must outlive them.
+    for (auto& setter : setters) {
+        setter->stop();
+    }
     // Values still on their way get half a second.
     struct timespec grace {
         0, 500000000
