@@ -104,19 +104,9 @@ void BM_GetResponseRejectLargeCountByWalking(benchmark::State& state) {
 }
 BENCHMARK(BM_GetResponseRejectLargeCountByWalking);
 
-MessageProductionChain clientChain() {
-    MessageProductionChain chain;
-    chain.addProducer(LoginResponse::Code, LoginResponse::read);
-    chain.addProducer(GetResponse::Code, GetResponse::read);
-    chain.addProducer(SetResponse::Code, SetResponse::read);
-    chain.addProducer(SubscriptionResponse::Code, SubscriptionResponse::read);
-    chain.addProducer(ErrorResponse::Code, ErrorResponse::read);
-    return chain;
-}
-
 // One frame of each response a client registers, through the client's chain.
 void BM_ChainProduceClientResponses(benchmark::State& state) {
-    MessageProductionChain chain = clientChain();
+    MessageProductionChain chain = *MessageProductionChain::newClientInstance();
     const std::vector<Bytes> frames = {
         LoginResponse::newInstance(LoginResponse::Success)->write(),
         getResponsePayload(1),
@@ -135,7 +125,7 @@ BENCHMARK(BM_ChainProduceClientResponses);
 
 // A request reaching a client: its opcode has no producer and it is dropped.
 void BM_ChainDropUnregistered(benchmark::State& state) {
-    MessageProductionChain chain = clientChain();
+    MessageProductionChain chain = *MessageProductionChain::newClientInstance();
     const Bytes frame = GetRequest::newInstance({7})->write();
     for (auto _ : state) {
         benchmark::DoNotOptimize(chain.produceMessageFromFrame(frame));

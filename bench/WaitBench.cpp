@@ -8,10 +8,13 @@
 
 #include <chrono>
 #include <memory>
+#include <thread>
 
 #include "chanlink/client/ClientSessionBuilder.h"
+#include "chanlink/messages/LoginResponse.h"
 #include "chanlink/transport/TCPClientTransport.h"
 #include "chanlink/transport/TCPServerTransportBuilder.h"
+#include "chanlink/wire/Encoder.h"
 
 namespace {
 
@@ -56,7 +59,7 @@ void measure(benchmark::State& state, Wait wait) {
         rusage before{};
         rusage after{};
         ::getrusage(RUSAGE_SELF, &before);
-        wait(*device.session, timeout);
+        wait(device, timeout);
         ::getrusage(RUSAGE_SELF, &after);
         user += milliseconds(after.ru_utime) - milliseconds(before.ru_utime);
         system += milliseconds(after.ru_stime) - milliseconds(before.ru_stime);
@@ -66,8 +69,8 @@ void measure(benchmark::State& state, Wait wait) {
 }
 
 void BM_WaitSilentDeviceTimedLogin(benchmark::State& state) {
-    measure(state, [](ClientSession& session, std::chrono::milliseconds timeout) {
-        benchmark::DoNotOptimize(session.blockingLogin(timeout));
+    measure(state, [](SilentDevice& device, std::chrono::milliseconds timeout) {
+        benchmark::DoNotOptimize(device.session->blockingLogin(timeout));
     });
 }
 BENCHMARK(BM_WaitSilentDeviceTimedLogin)
@@ -76,8 +79,30 @@ BENCHMARK(BM_WaitSilentDeviceTimedLogin)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
 
+// The untimed blockingLogin() has no time limit, so the device answers when
+// the time is up, from a second thread of the benchmark.
+void BM_WaitSilentDeviceUntimedLogin(benchmark::State& state) {
+    measure(state, [](SilentDevice& device, std::chrono::milliseconds timeout) {
+        std::thread answer([&device, timeout] {
+            std::this_thread::sleep_for(timeout);
+            std::vector<unsigned char> frame;
+            Encoder().injectFrame(LoginResponse::newInstance(LoginResponse::Success)->getPayload(),
+                                  frame);
+            device.accepted->write(frame.data(), static_cast<int>(frame.size()));
+        });
+        benchmark::DoNotOptimize(device.session->blockingLogin());
+        answer.join();
+    });
+}
+BENCHMARK(BM_WaitSilentDeviceUntimedLogin)
+    ->Arg(5000)
+    ->Iterations(1)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+
 void BM_WaitSilentDeviceTickingLoop(benchmark::State& state) {
-    measure(state, [](ClientSession& session, std::chrono::milliseconds timeout) {
+    measure(state, [](SilentDevice& device, std::chrono::milliseconds timeout) {
+        ClientSession& session = *device.session;
         session.initiateLogin();
         const auto deadline = std::chrono::steady_clock::now() + timeout;
         while (session.getLoginState().loginPending() &&

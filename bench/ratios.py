@@ -28,3 +28,7 @@ for small, large in (("BM_GetResponseBuild/1", "BM_GetResponseBuild/100"),
                      ("BM_GetResponseRead/1", "BM_GetResponseRead/100")):
     if small in time and large in time:
         show(f"{large} / {small} (per-message cost, 100 vs 1 values)", time[large] / time[small])
+session, raw = (time.get(name + "/real_time_median", time.get(name + "/real_time"))
+                for name in ("BM_RoundTripSessionGet", "BM_RoundTripRawPingPong"))
+if session and raw:
+    show("get round trip: raw ping-pong time / session get time", raw / session)

@@ -155,15 +155,7 @@ struct Ledger {
 };
 
 MessageProductionChain& requestChain() {
-    static MessageProductionChain chain = [] {
-        MessageProductionChain made;
-        made.addProducer(GetRequest::Code, GetRequest::read);
-        made.addProducer(SetRequest::Code, SetRequest::read);
-        made.addProducer(SubscriptionRequest::Code, SubscriptionRequest::read);
-        made.addProducer(LogPushRequest::Code, LogPushRequest::read);
-        made.addProducer(9, UserAccountRequest::read);
-        return made;
-    }();
+    static MessageProductionChain chain = *MessageProductionChain::newDeviceInstance();
     return chain;
 }
 
@@ -179,7 +171,7 @@ void checkWritten(FeedTransport& transport, Decoder& decoder, const Ledger& ledg
         const Bytes frame = decoder.extractFrame();
         const auto message = requestChain().produceMessageFromFrame(frame);
         FUZZ_CHECK(message != nullptr);
-        if (frame[0] == 9) {
+        if (frame[0] == UserAccountRequest::Code) {
             FUZZ_CHECK(frame == login);
             continue;
         }

@@ -31,7 +31,6 @@
 #include <vector>
 
 #include "FuzzCheck.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/messages/ErrorResponse.h"
 #include "chanlink/messages/GetRequest.h"
@@ -39,6 +38,7 @@
 #include "chanlink/messages/LoginRequest.h"
 #include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/MessageProductionChain.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/messages/SetResponse.h"
 #include "chanlink/messages/SubscriptionRequest.h"
@@ -60,15 +60,7 @@ constexpr int PollRounds = 64;  // a bound on every wait; one poll normally does
 constexpr std::size_t MaxPieces = 32;
 
 MessageProductionChain& responseChain() {
-    static MessageProductionChain chain = [] {
-        MessageProductionChain made;
-        made.addProducer(GetResponse::Code, GetResponse::read);
-        made.addProducer(SetResponse::Code, SetResponse::read);
-        made.addProducer(SubscriptionResponse::Code, SubscriptionResponse::read);
-        made.addProducer(LoginResponse::Code, LoginResponse::read);
-        made.addProducer(ErrorResponse::Code, ErrorResponse::read);
-        return made;
-    }();
+    static MessageProductionChain chain = *MessageProductionChain::newClientInstance();
     return chain;
 }
 

@@ -1,8 +1,8 @@
-// Every message producer, through production chains that register them all,
-// fed an arbitrary frame payload.
+// Every message producer, through the client's and the device's production
+// chains, fed an arbitrary frame payload.
 //
-// Two chains differ only at opcode 3, which subscription and unsubscription
-// requests share: one holds each. Invariants: both chains accept the same
+// Two device chains differ only at opcode 3, which subscription and
+// unsubscription requests share: one holds each. Invariants: both chains accept the same
 // payloads; an accepted message has the class its opcode names, keeps the
 // payload unchanged, survives framing and decoding, and is rebuilt byte for
 // byte by its class's newInstance from what its getters read; one byte more or
@@ -38,29 +38,19 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using MessagePtr = std::shared_ptr<const Message>;
 
-MessageProductionChain makeChain(MessageProductionChain::Producer channelListAtThree) {
-    MessageProductionChain chain;
-    chain.addProducer(GetRequest::Code, GetRequest::read);
-    chain.addProducer(SetRequest::Code, SetRequest::read);
-    chain.addProducer(SubscriptionRequest::Code, channelListAtThree);
-    chain.addProducer(LogPushRequest::Code, LogPushRequest::read);
-    chain.addProducer(9, UserAccountRequest::read);
-    chain.addProducer(GetResponse::Code, GetResponse::read);
-    chain.addProducer(SetResponse::Code, SetResponse::read);
-    chain.addProducer(SubscriptionResponse::Code, SubscriptionResponse::read);
-    chain.addProducer(LoginResponse::Code, LoginResponse::read);
-    chain.addProducer(ErrorResponse::Code, ErrorResponse::read);
-    return chain;
-}
-
-MessageProductionChain& subscriptionChain() {
-    static MessageProductionChain chain = makeChain(SubscriptionRequest::read);
-    return chain;
-}
-
-MessageProductionChain& unsubscriptionChain() {
-    static MessageProductionChain chain = makeChain(UnsubscriptionRequest::read);
-    return chain;
+// The device's chain and the client's hold every producer between them and
+// share no opcode. The second device chain reads opcode 3 as unsubscriptions.
+MessagePtr produce(const Bytes& payload, bool unsubscription = false) {
+    static const auto responses = MessageProductionChain::newClientInstance();
+    static const auto requests = MessageProductionChain::newDeviceInstance();
+    static const auto unsubscriptions = [] {
+        auto chain = MessageProductionChain::newDeviceInstance();
+        chain->addProducer(UnsubscriptionRequest::Code, UnsubscriptionRequest::read);
+        return chain;
+    }();
+    const MessagePtr request =
+        (unsubscription ? unsubscriptions : requests)->produceMessageFromFrame(payload);
+    return request ? request : responses->produceMessageFromFrame(payload);
 }
 
 template <typename T>
@@ -149,7 +139,7 @@ void checkByOpCode(const MessagePtr& message, const Bytes& payload, bool unsubsc
             checkRebuilt(LogPushRequest::newInstance(as<LogPushRequest>(message).getValue()),
                          payload);
             break;
-        case 9:
+        case UserAccountRequest::Code:
             checkLoginRequest(message, payload);
             break;
         case GetResponse::Code:
@@ -192,7 +182,7 @@ void checkFramed(const Bytes& payload) {
     const Bytes frame = decoder.extractFrame();
     FUZZ_CHECK(frame == payload);
     FUZZ_CHECK(!decoder.hasFrames());
-    FUZZ_CHECK(subscriptionChain().produceMessageFromFrame(frame) != nullptr);
+    FUZZ_CHECK(produce(frame) != nullptr);
 }
 
 // Every layout but two is exact: a byte more or less is rejected. Error
@@ -205,17 +195,17 @@ void checkExactLength(const Bytes& payload) {
     }
     Bytes longer = payload;
     longer.push_back(0);
-    FUZZ_CHECK(subscriptionChain().produceMessageFromFrame(longer) == nullptr);
+    FUZZ_CHECK(produce(longer) == nullptr);
     const Bytes shorter(payload.begin(), payload.end() - 1);
-    FUZZ_CHECK(subscriptionChain().produceMessageFromFrame(shorter) == nullptr);
+    FUZZ_CHECK(produce(shorter) == nullptr);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const Bytes payload(data, data + size);
-    const MessagePtr message = subscriptionChain().produceMessageFromFrame(payload);
-    const MessagePtr other = unsubscriptionChain().produceMessageFromFrame(payload);
+    const MessagePtr message = produce(payload);
+    const MessagePtr other = produce(payload, true);
     FUZZ_CHECK((message == nullptr) == (other == nullptr));
     if (message == nullptr) {
         return 0;

@@ -20,6 +20,7 @@
 #include "chanlink/messages/Message.h"
 #include "chanlink/messages/MessageProductionChain.h"
 #include "chanlink/messages/OpCode.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/messages/SetResponse.h"
 #include "chanlink/messages/SubscriptionRequest.h"
@@ -44,8 +45,8 @@
 #include "chanlink/transport/TCPClientTransport.h"
 #include "chanlink/transport/TCPServerTransportBuilder.h"
 #include "chanlink/transport/TCPTransport.h"
-#include "chanlink/transport/TransportPoll.h"
 #include "chanlink/transport/Transport.h"
+#include "chanlink/transport/TransportPoll.h"
 #include "chanlink/transport/WriteTransport.h"
 
 // Endpoints and session
@@ -73,7 +74,6 @@
 #include "chanlink/client/LoginValveController.h"
 #include "chanlink/client/PushedValueRelay.h"
 #include "chanlink/client/QueuedSetOperation.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/ReconnectingClient.h"
 #include "chanlink/client/SessionWaiter.h"
 #include "chanlink/client/SetOutcome.h"

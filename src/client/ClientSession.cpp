@@ -1,9 +1,9 @@
 #include "chanlink/client/ClientSession.h"
 
 #include "chanlink/client/PushedValueRelay.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/SessionWaiter.h"
 #include "chanlink/flow/QueuedReceiver.h"
+#include "chanlink/messages/ReasonCode.h"
 
 namespace {
 

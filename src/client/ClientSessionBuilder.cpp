@@ -7,11 +7,8 @@
 #include "chanlink/flow/TypedTransform.h"
 #include "chanlink/flow/Valve.h"
 #include "chanlink/messages/ErrorResponse.h"
-#include "chanlink/messages/GetResponse.h"
 #include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/MessageProductionChain.h"
-#include "chanlink/messages/SetResponse.h"
-#include "chanlink/messages/SubscriptionResponse.h"
 
 namespace {
 
@@ -51,12 +48,7 @@ std::shared_ptr<ClientSession> ClientSessionBuilder::build() {
     using MessagePointer = std::shared_ptr<const Message>;
 
     auto decoder = std::make_shared<Decoder>();
-    auto productionChain = std::make_shared<MessageProductionChain>();
-    productionChain->addProducer(LoginResponse::Code, &LoginResponse::read);
-    productionChain->addProducer(GetResponse::Code, &GetResponse::read);
-    productionChain->addProducer(SetResponse::Code, &SetResponse::read);
-    productionChain->addProducer(SubscriptionResponse::Code, &SubscriptionResponse::read);
-    productionChain->addProducer(ErrorResponse::Code, &ErrorResponse::read);
+    auto productionChain = MessageProductionChain::newClientInstance();
 
     auto outgoingQueue = std::make_shared<QueuedReceiver<MessagePointer>>();
     auto encoder = std::make_shared<Encoder>();

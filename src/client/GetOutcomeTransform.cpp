@@ -1,12 +1,10 @@
 #include "chanlink/client/GetOutcomeTransform.h"
 
+#include "OutcomePipeline.h"
+
 GetOutcomeTransform::GetOutcomeTransform(std::shared_ptr<Receiver<GetOutcome>> target) {
-    getResponseConverter = std::make_shared<GetResponseToGetOutcomeTransform>(target);
-    getResponseFilter =
-        std::make_shared<TypedTransform<Message, GetResponse>>(getResponseConverter);
-    errorResponseConverter = std::make_shared<ErrorResponseToGetOutcomeTransform>(target);
-    errorResponseFilter =
-        std::make_shared<TypedTransform<Message, ErrorResponse>>(errorResponseConverter);
+    connectConverter(getResponseFilter, getResponseConverter, target);
+    connectConverter(errorResponseFilter, errorResponseConverter, target);
 }
 
 GetOutcomeTransform::~GetOutcomeTransform() = default;

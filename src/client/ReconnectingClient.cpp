@@ -6,10 +6,10 @@
 
 #include "chanlink/client/ChannelReceiverTable.h"
 #include "chanlink/client/ClientSessionBuilder.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/SessionWaiter.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/flow/QueuedReceiver.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/transport/TCPClientTransport.h"
 #include "chanlink/transport/TransportPoll.h"
 

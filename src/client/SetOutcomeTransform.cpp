@@ -1,12 +1,10 @@
 #include "chanlink/client/SetOutcomeTransform.h"
 
+#include "OutcomePipeline.h"
+
 SetOutcomeTransform::SetOutcomeTransform(std::shared_ptr<Receiver<SetOutcome>> receiver) {
-    setResponseConverter = std::make_shared<SetResponseToSetOutcomeTransform>(receiver);
-    setResponseFilter =
-        std::make_shared<TypedTransform<Message, SetResponse>>(setResponseConverter);
-    errorResponseConverter = std::make_shared<ErrorResponseToSetOutcomeTransform>(receiver);
-    errorResponseFilter =
-        std::make_shared<TypedTransform<Message, ErrorResponse>>(errorResponseConverter);
+    connectConverter(setResponseFilter, setResponseConverter, receiver);
+    connectConverter(errorResponseFilter, errorResponseConverter, receiver);
 }
 
 SetOutcomeTransform::~SetOutcomeTransform() = default;

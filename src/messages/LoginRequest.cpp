@@ -5,20 +5,12 @@
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/ByteVectorWriter.h"
 
-namespace {
-
-// Account requests carry opcode 9; the login request is sub-message type 9.
-constexpr unsigned char AccountOpCode = 9;
-constexpr unsigned char LoginSubMessageType = 9;
-
-}  // namespace
-
 LoginRequest::LoginRequest(std::vector<unsigned char> payload)
     : UserAccountRequest(std::move(payload)) {}
 
 bool LoginRequest::validate(const std::vector<unsigned char>& payload) {
     ByteVectorReader reader(payload);
-    if (reader.readUint8() != AccountOpCode || reader.readUint8() != LoginSubMessageType ||
+    if (reader.readUint8() != Code || reader.readUint8() != LoginSubMessageType ||
         reader.readUint8() != MagicByte) {
         return false;
     }
@@ -36,7 +28,7 @@ std::shared_ptr<const Message> LoginRequest::read(const std::vector<unsigned cha
 
 std::shared_ptr<const Message> LoginRequest::newInstance(const std::string& username,
                                                          const std::string& password) {
-    std::vector<unsigned char> payload = newFrame(AccountOpCode);
+    std::vector<unsigned char> payload = newFrame(Code);
     payload.reserve(5 + username.size() + password.size());
     ByteVectorWriter writer(payload);
     writer.pushBackUint8(LoginSubMessageType);

@@ -5,20 +5,12 @@
 #include "chanlink/messages/LoginRequest.h"
 #include "chanlink/wire/ByteVectorReader.h"
 
-namespace {
-
-// Account requests carry opcode 9; the login request is sub-message type 9.
-constexpr unsigned char AccountOpCode = 9;
-constexpr unsigned char LoginSubMessageType = 9;
-
-}  // namespace
-
 UserAccountRequest::UserAccountRequest(std::vector<unsigned char> payload)
     : Message(std::move(payload)) {}
 
 bool UserAccountRequest::validate(const std::vector<unsigned char>& payload) {
     const ByteVectorReader reader(payload);
-    return reader.readUint8At(OpCodePosition) == AccountOpCode &&
+    return reader.readUint8At(OpCodePosition) == Code &&
            reader.readUint8At(SubMessageTypePosition) == LoginSubMessageType &&
            LoginRequest::validate(payload);
 }

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/endpoint/IncomingEndPoint.h"
 #include "chanlink/endpoint/OutgoingEndPoint.h"
 #include "chanlink/flow/FunctionReceiver.h"
@@ -13,11 +12,11 @@
 #include "chanlink/messages/LogPushRequest.h"
 #include "chanlink/messages/LoginRequest.h"
 #include "chanlink/messages/MessageProductionChain.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/messages/SetResponse.h"
 #include "chanlink/messages/SubscriptionRequest.h"
 #include "chanlink/messages/SubscriptionResponse.h"
-#include "chanlink/messages/UserAccountRequest.h"
 #include "chanlink/transport/TransportPoll.h"
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/Encoder.h"
@@ -53,24 +52,17 @@ DeviceConnection::DeviceConnection(unsigned int id, std::shared_ptr<Transport> t
       decoder(std::make_shared<Decoder>()),
       backlog(std::make_shared<MessageBacklog>()),
       requests(std::make_shared<Dispatcher<Message>>()) {
-    auto chain = std::make_shared<MessageProductionChain>();
-    chain->addProducer(GetRequest::Code, &GetRequest::read);
-    chain->addProducer(SetRequest::Code, &SetRequest::read);
-    // Opcode 3 serves subscriptions and unsubscriptions alike, byte for
-    // byte; the device reads every such request as a subscription.
-    chain->addProducer(SubscriptionRequest::Code, &SubscriptionRequest::read);
-    chain->addProducer(LogPushRequest::Code, &LogPushRequest::read);
-    chain->addProducer(9, &UserAccountRequest::read);
-
     requests->addReceiver(route<LoginRequest>([this](const LoginRequest& r) { onLogin(r); }));
     requests->addReceiver(route<GetRequest>([this](const GetRequest& r) { onGet(r); }));
     requests->addReceiver(route<SetRequest>([this](const SetRequest& r) { onSet(r); }));
+    // Unsubscriptions arrive as subscriptions too: they share opcode 3.
     requests->addReceiver(
         route<SubscriptionRequest>([this](const SubscriptionRequest& r) { onSubscription(r); }));
     requests->addReceiver(route<LogPushRequest>([this](const LogPushRequest& r) { onLogPush(r); }));
 
-    auto incoming = std::make_shared<IncomingEndPoint>(ReadChunkBytes, decoder, this->transport,
-                                                       chain, requests);
+    auto incoming =
+        std::make_shared<IncomingEndPoint>(ReadChunkBytes, decoder, this->transport,
+                                           MessageProductionChain::newDeviceInstance(), requests);
     outgoing = std::make_shared<OutgoingEndPoint>(WriteChunkBytes, this->transport,
                                                   std::make_shared<Encoder>(), backlog);
     session = std::make_unique<Session>(this->transport, incoming, outgoing);

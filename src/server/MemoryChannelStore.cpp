@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "chanlink/client/ReasonCode.h"
+#include "chanlink/messages/ReasonCode.h"
 
 MemoryChannelStore::MemoryChannelStore() = default;
 

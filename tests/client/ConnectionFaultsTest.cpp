@@ -6,10 +6,10 @@
 #include <random>
 
 #include "chanlink/client/ClientSessionBuilder.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/ReconnectingClient.h"
 #include "chanlink/messages/GetRequest.h"
 #include "chanlink/messages/GetResponse.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/transport/TCPClientTransport.h"
 #include "chanlink/transport/TCPServerTransportBuilder.h"

@@ -3,8 +3,8 @@
 // this thread; the device is polled without waiting, every wait is bounded.
 #include <gtest/gtest.h>
 
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/ReconnectingClient.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/server/DeviceServer.h"
 #include "chanlink/server/MemoryChannelStore.h"
 #include "support/Eventually.h"

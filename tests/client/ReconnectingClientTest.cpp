@@ -5,10 +5,10 @@
 
 #include <algorithm>
 
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/client/ReconnectingClient.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/messages/GetRequest.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/SetRequest.h"
 #include "support/Eventually.h"
 #include "support/ManualClock.h"

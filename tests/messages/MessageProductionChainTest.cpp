@@ -9,7 +9,6 @@
 #include "chanlink/messages/SubscriptionResponse.h"
 #include "chanlink/messages/UnsubscriptionRequest.h"
 #include "support/Bytes.h"
-#include "support/ProductionChains.h"
 
 using testing_support::bytes;
 using testing_support::Bytes;
@@ -23,7 +22,7 @@ std::shared_ptr<const Message> alwaysEmpty(const Bytes&) {
 }  // namespace
 
 TEST(MessageProductionChain, ClientChainProducesOnlyValidResponses) {
-    auto chain = testing_support::clientProductionChain();
+    auto chain = MessageProductionChain::newClientInstance();
     EXPECT_EQ(chain->size(), 5u);
     const auto message = chain->produceMessageFromFrame(bytes("0B 00 00"));
     ASSERT_TRUE(message);
@@ -51,7 +50,7 @@ TEST(MessageProductionChain, SecondProducerForAnOpCodeReplacesTheFirst) {
 }
 
 TEST(MessageProductionChain, UnknownOpCodeGivesNothingAndLeavesOneEmptyEntry) {
-    auto chain = testing_support::clientProductionChain();
+    auto chain = MessageProductionChain::newClientInstance();
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(chain->produceMessageFromFrame(bytes("42 00 00")), nullptr);
     }
@@ -67,9 +66,10 @@ TEST(MessageProductionChain, UnknownOpCodeGivesNothingAndLeavesOneEmptyEntry) {
     EXPECT_EQ(empty.size(), 0u);
 }
 
-TEST(MessageProductionChain, AccountRequestsBecomeLoginRequests) {
-    const auto message = testing_support::completeProductionChain()->produceMessageFromFrame(
-        bytes("09 09 07 00 00"));
+TEST(MessageProductionChain, DeviceChainMakesLoginRequestsOfAccountRequests) {
+    auto chain = MessageProductionChain::newDeviceInstance();
+    EXPECT_EQ(chain->size(), 5u);
+    const auto message = chain->produceMessageFromFrame(bytes("09 09 07 00 00"));
     ASSERT_TRUE(message);
     EXPECT_EQ(typeid(*message), typeid(LoginRequest));
 }

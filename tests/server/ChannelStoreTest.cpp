@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "chanlink/client/ReasonCode.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/server/LiveChannel.h"
 #include "chanlink/server/MemoryChannelStore.h"
 #include "support/RecordingReceiver.h"

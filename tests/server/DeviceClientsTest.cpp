@@ -3,8 +3,8 @@
 
 #include "DeviceHarness.h"
 #include "chanlink/client/ClientSessionBuilder.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/flow/FunctionReceiver.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/processing/ChannelCache.h"
 #include "chanlink/server/LiveChannel.h"
 

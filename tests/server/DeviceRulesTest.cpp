@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "DeviceHarness.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/messages/ErrorResponse.h"
 #include "chanlink/messages/GetResponse.h"
 #include "chanlink/messages/LogPushRequest.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/messages/SetResponse.h"
 #include "chanlink/messages/SubscriptionRequest.h"

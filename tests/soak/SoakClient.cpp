@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "chanlink/client/ClientSessionBuilder.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/flow/FunctionReceiver.h"
+#include "chanlink/messages/ReasonCode.h"
 
 namespace {
 

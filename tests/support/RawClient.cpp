@@ -1,13 +1,12 @@
 #include "support/RawClient.h"
 
 #include "support/Bytes.h"
-#include "support/ProductionChains.h"
 
 namespace testing_support {
 
 RawClient::RawClient(const std::string& host, const std::string& service)
     : transport(std::make_shared<TCPClientTransport>(host, service, nullptr)),
-      chain(clientProductionChain()) {
+      chain(MessageProductionChain::newClientInstance()) {
     transport->connect();
 }
 

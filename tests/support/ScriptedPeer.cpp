@@ -13,13 +13,8 @@
 
 namespace testing_support {
 
-ScriptedPeer::ScriptedPeer(std::shared_ptr<Transport> transport) : transport(std::move(transport)) {
-    chain.addProducer(GetRequest::Code, &GetRequest::read);
-    chain.addProducer(SetRequest::Code, &SetRequest::read);
-    chain.addProducer(SubscriptionRequest::Code, &SubscriptionRequest::read);
-    chain.addProducer(LogPushRequest::Code, &LogPushRequest::read);
-    chain.addProducer(9, &UserAccountRequest::read);
-}
+ScriptedPeer::ScriptedPeer(std::shared_ptr<Transport> transport)
+    : transport(std::move(transport)) {}
 
 int ScriptedPeer::serve() {
     flush();
@@ -29,7 +24,7 @@ int ScriptedPeer::serve() {
         decoder.injectBytes(std::vector<unsigned char>(buffer.begin(), buffer.begin() + n));
         while (decoder.hasFrames()) {
             const std::shared_ptr<const Message> request =
-                chain.produceMessageFromFrame(decoder.extractFrame());
+                chain->produceMessageFromFrame(decoder.extractFrame());
             if (request) {
                 received.push_back(request->write());
                 answer(*request);
@@ -83,7 +78,7 @@ void ScriptedPeer::answer(const Message& request) {
         return;
     }
     switch (code) {
-        case 9:
+        case UserAccountRequest::Code:
             send(LoginResponse::newInstance(static_cast<LoginResponse::Result>(loginResult)));
             break;
         case GetRequest::Code:

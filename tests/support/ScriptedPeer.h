@@ -58,7 +58,7 @@ private:
     std::shared_ptr<Transport> transport;
     Decoder decoder;
     Encoder encoder;
-    MessageProductionChain chain;
+    std::shared_ptr<MessageProductionChain> chain = MessageProductionChain::newDeviceInstance();
     std::vector<unsigned char> unsent;
 };
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "chanlink/transport/PollableTransport.h"
 #include "chanlink/transport/Transport.h"
 
 namespace testing_support {
@@ -15,7 +16,7 @@ namespace testing_support {
 // other reads. Each direction holds at most capacity bytes. An end's tick()
 // runs its hook first, so a scripted peer can serve inside the client's own
 // tick (the library has no threads, and neither do these tests).
-class MemoryTransport : public Transport {
+class MemoryTransport : public Transport, public PollableTransport {
 public:
     using Bytes = std::deque<unsigned char>;
 
@@ -23,7 +24,7 @@ public:
         : in(std::move(in)), out(std::move(out)), capacity(capacity) {}
 
     int read(void* buffer, int length) override {
-        const int n = std::min(length, static_cast<int>(in->size()));
+        const int n = closed ? 0 : std::min(length, static_cast<int>(in->size()));
         if (n <= 0 || buffer == nullptr) {
             return 0;
         }
@@ -33,7 +34,7 @@ public:
     }
 
     int write(const void* buffer, int length) override {
-        const int n = std::min(length, capacity - static_cast<int>(out->size()));
+        const int n = closed ? 0 : std::min(length, capacity - static_cast<int>(out->size()));
         if (n <= 0 || buffer == nullptr) {
             return 0;
         }
@@ -48,10 +49,18 @@ public:
         }
     }
 
+    // No socket to wait on; Closed once close() was called.
+    TransportPoll pollState() const override {
+        TransportPoll state;
+        state.state = closed ? ConnectionOutcome::Closed : ConnectionOutcome::Connected;
+        return state;
+    }
+    void close() override { closed = true; }
     // Bytes waiting to be read by this end.
     std::size_t readable() const { return in->size(); }
 
     std::function<void()> onTick;
+    bool closed = false;
 
 private:
     std::shared_ptr<Bytes> in;

@@ -5,7 +5,7 @@
 
 #include "ChannelTable.h"
 #include "DeviceOptions.h"
-#include "chanlink/client/ReasonCode.h"
+#include "chanlink/messages/ReasonCode.h"
 
 namespace {
 

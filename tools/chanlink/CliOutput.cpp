@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdio>
 
-#include "chanlink/client/ReasonCode.h"
+#include "chanlink/messages/ReasonCode.h"
 
 namespace cli {
 
@@ -118,12 +118,6 @@ std::string describeDuration(std::chrono::milliseconds duration) {
     return std::to_string(count) + "ms";
 }
 
-bool madeByLibrary(unsigned char reasonCode) {
-    return reasonCode == ReasonCode::SetRequestNotBuilt ||
-           reasonCode == ReasonCode::BitBeyondData || reasonCode == ReasonCode::Discarded ||
-           reasonCode == ReasonCode::ConnectionLost;
-}
-
 std::string reasonText(unsigned char reasonCode) {
     const char* name = ReasonCode::name(reasonCode);
     const std::string description = ReasonCode::describe(reasonCode);
@@ -136,7 +130,8 @@ std::string reasonText(unsigned char reasonCode) {
 std::string failureMessage(const std::string& command, std::uint32_t channelId,
                            unsigned char reasonCode) {
     return command + " " + std::to_string(channelId) +
-           (madeByLibrary(reasonCode) ? " failed: " : " refused: ") + reasonText(reasonCode);
+           (ReasonCode::madeLocally(reasonCode) ? " failed: " : " refused: ") +
+           reasonText(reasonCode);
 }
 
 std::string formatValue(const std::string& command, const GetOutcome& outcome, Format format) {

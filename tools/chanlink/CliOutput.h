@@ -25,10 +25,6 @@ std::string jsonString(const std::string& text);
 // "5s" for whole seconds, "500ms" otherwise.
 std::string describeDuration(std::chrono::milliseconds duration);
 
-// Whether the client library made this reason code itself rather than
-// receiving it from the device.
-bool madeByLibrary(unsigned char reasonCode);
-
 // The reason's name and description, "ReadOnlyChannel (channel is
 // read-only)"; "reason 42 (device-specific reason)" for a code without a name.
 std::string reasonText(unsigned char reasonCode);

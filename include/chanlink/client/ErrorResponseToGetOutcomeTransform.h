@@ -1,7 +1,6 @@
 #pragma once
 
 #include <list>
-#include <memory>
 
 #include "chanlink/client/GetOutcome.h"
 #include "chanlink/flow/Transform.h"
@@ -11,8 +10,7 @@
 // to a get request; errors about other requests give nothing.
 class ErrorResponseToGetOutcomeTransform : public Transform<ErrorResponse, GetOutcome> {
 public:
-    explicit ErrorResponseToGetOutcomeTransform(std::shared_ptr<Receiver<GetOutcome>> receiver);
-    ~ErrorResponseToGetOutcomeTransform() override;
+    using Transform<ErrorResponse, GetOutcome>::Transform;
 
     std::list<GetOutcome> transform(const ErrorResponse& error) override;
 };

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <list>
-#include <memory>
 
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/flow/Transform.h"
@@ -11,8 +10,7 @@
 // a set request; errors about other requests never reach the set manager.
 class ErrorResponseToSetOutcomeTransform : public Transform<ErrorResponse, SetOutcome> {
 public:
-    explicit ErrorResponseToSetOutcomeTransform(std::shared_ptr<Receiver<SetOutcome>> receiver);
-    ~ErrorResponseToSetOutcomeTransform() override;
+    using Transform<ErrorResponse, SetOutcome>::Transform;
 
     std::list<SetOutcome> transform(const ErrorResponse& error) override;
 };

@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/messages/ChannelValue.h"
+#include "chanlink/messages/ReasonCode.h"
 
 class ErrorResponse;
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <list>
-#include <memory>
 
 #include "chanlink/client/GetOutcome.h"
 #include "chanlink/flow/Transform.h"
@@ -11,8 +10,7 @@
 // response's order; a response without values gives none.
 class GetResponseToGetOutcomeTransform : public Transform<GetResponse, GetOutcome> {
 public:
-    explicit GetResponseToGetOutcomeTransform(std::shared_ptr<Receiver<GetOutcome>> receiver);
-    ~GetResponseToGetOutcomeTransform() override;
+    using Transform<GetResponse, GetOutcome>::Transform;
 
     std::list<GetOutcome> transform(const GetResponse& response) override;
 };

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chanlink/client/ReasonCode.h"
+#include "chanlink/messages/ReasonCode.h"
 
 class ErrorResponse;
 class SetResponse;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <list>
-#include <memory>
 
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/flow/Transform.h"
@@ -10,8 +9,7 @@
 // A successful outcome for the channel a set response names.
 class SetResponseToSetOutcomeTransform : public Transform<SetResponse, SetOutcome> {
 public:
-    explicit SetResponseToSetOutcomeTransform(std::shared_ptr<Receiver<SetOutcome>> receiver);
-    ~SetResponseToSetOutcomeTransform() override;
+    using Transform<SetResponse, SetOutcome>::Transform;
 
     std::list<SetOutcome> transform(const SetResponse& response) override;
 };

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <vector>
 
 #include "chanlink/flow/Receiver.h"
 #include "chanlink/messages/Message.h"
@@ -44,6 +45,9 @@ public:
 
 private:
     unsigned int maxInputCapacity;
+    // Part of the class's fixed layout; every doRead reads into a buffer of
+    // its own.
+    std::vector<unsigned char> inputBuffer;
     std::shared_ptr<Decoder> decoder;
     std::shared_ptr<ReadTransport> readTransport;
     std::shared_ptr<MessageProductionChain> messageProductionChain;

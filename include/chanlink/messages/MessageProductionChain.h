@@ -1,8 +1,7 @@
 #pragma once
 
-#include <array>
-#include <bitset>
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -21,6 +20,13 @@ public:
     // No entries.
     MessageProductionChain();
 
+    // A new chain with the five producers of what a client receives, in this
+    // order: login, get, set and subscription responses, error responses.
+    static std::shared_ptr<MessageProductionChain> newClientInstance();
+    // A new chain with the producers of what a device receives: get, set,
+    // subscription, log-push and account (login) requests.
+    static std::shared_ptr<MessageProductionChain> newDeviceInstance();
+
     // Registers producer for code, in place of any producer it had. A null
     // producer leaves an entry that produces nothing.
     void addProducer(OpCode code, Producer producer);
@@ -34,13 +40,10 @@ public:
     std::shared_ptr<const Message> produceMessageFromFrame(const std::vector<unsigned char>& frame);
 
     // The producer registered for code, or null; adds no entry.
-    Producer getProducer(OpCode code) const { return producers[code]; }
+    Producer getProducer(OpCode code) const;
     // Number of opcodes with an entry, with or without a producer.
-    std::size_t size() const { return hasEntry.count(); }
+    std::size_t size() const { return producers.size(); }
 
 private:
-    // Indexed by opcode: an ordered map over all 256 opcodes without any
-    // allocation or search per frame.
-    std::array<Producer, 256> producers;
-    std::bitset<256> hasEntry;
+    std::map<OpCode, Producer> producers;
 };

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "chanlink/messages/Message.h"
+#include "chanlink/messages/OpCode.h"
 
 // Client to server: an account operation, opcode 9, whose body is a
 // sub-message. The only sub-message type is 9, the login request.
@@ -14,6 +15,9 @@
 //   2  the sub-message's body
 class UserAccountRequest : public Message {
 public:
+    static constexpr OpCode Code = 9;
+    // The only sub-message type: the login request.
+    static constexpr unsigned char LoginSubMessageType = 9;
     static constexpr unsigned int SubMessageTypePosition = Message::PayloadStartPosition;
 
     // Stores the payload unchecked.

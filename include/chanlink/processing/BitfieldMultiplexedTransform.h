@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "chanlink/client/GetOutcome.h"
-#include "chanlink/client/ReasonCode.h"
 #include "chanlink/flow/Transform.h"
+#include "chanlink/messages/ReasonCode.h"
 
 // Splits one channel whose data is a bit set into virtual channels, one per
 // configured bit, each carrying a single data byte 0x00 or 0x01 and the

@@ -1,4 +1,4 @@
-#include "chanlink/client/ReasonCode.h"
+#include "chanlink/messages/ReasonCode.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <set>
 #include <string>
 
-#include "chanlink/client/ReasonCode.h"
+#include "chanlink/messages/ReasonCode.h"
 
 TEST(ReasonCode, EveryDefinedCodeIsDistinctAndNamed) {
     const unsigned char codes[] = {ReasonCode::Success,         ReasonCode::SetRequestNotBuilt,
@@ -24,4 +24,15 @@ TEST(ReasonCode, EveryDefinedCodeIsDistinctAndNamed) {
     EXPECT_EQ(ReasonCode::name(77), nullptr);
     EXPECT_STREQ(ReasonCode::describe(77), "device-specific reason");
     EXPECT_STREQ(ReasonCode::name(133), "NotConnected");
+}
+
+TEST(ReasonCode, MadeLocallyOnlyForTheLibrarysOwnCodes) {
+    for (unsigned char code :
+         {ReasonCode::SetRequestNotBuilt, ReasonCode::BitBeyondData, ReasonCode::Discarded,
+          ReasonCode::ConnectionLost, ReasonCode::NotConnected}) {
+        EXPECT_TRUE(ReasonCode::madeLocally(code)) << int(code);
+    }
+    for (unsigned char code : {0, 16, 19, 42, 127, 144, 254, 255}) {
+        EXPECT_FALSE(ReasonCode::madeLocally(code)) << int(code);
+    }
 }

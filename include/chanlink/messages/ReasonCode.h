@@ -1,10 +1,11 @@
 #pragma once
 
 // The one space of reason codes carried by GetOutcome, SetOutcome and
-// ErrorResponse. 255 is success. The library makes a few codes itself; the
-// device layer (DeviceServer) answers with codes of its own from 16 up; any
-// other code comes from a device as it sent it. Codes never overlap, so an
-// application can tell who refused.
+// ErrorResponse. 255 is success. The space is split so that an application
+// can tell who refused:
+//   1-15, 128-143  made by the client library itself
+//   16-31          sent by the device layer (DeviceServer)
+//   anything else  a device's own code, passed on as the device sent it
 class ReasonCode {
 public:
     static constexpr unsigned char Success = 255;
@@ -22,6 +23,12 @@ public:
     static constexpr unsigned char ReadOnlyChannel = 18;  // set of a read-only channel
     static constexpr unsigned char WrongDataSize =
         19;  // set data of another size than the channel's
+
+    // True for the codes the client library reserves for itself (1-15 and
+    // 128-143): the request failed here, no device refused it.
+    static constexpr bool madeLocally(unsigned char code) {
+        return (code >= 1 && code <= 15) || (code >= 128 && code <= 143);
+    }
 
     // The code's name ("UnknownChannel"), or nullptr for a code this library
     // does not define (a device's own code).
