@@ -3,7 +3,7 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "chanlink/client/ReasonCode.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/ChannelValue.h"
 
 namespace BridgePayload {
