@@ -163,4 +163,13 @@ wait "$bridge_pid"
 wait_retained chanlink/bridge/test/status '^offline$'
 wait_retained chanlink/plc1/status '^offline$'
 grep -qF "$PASSWORD" "$work/bridge.err" && fail "the bridge logged the device password"
+
+# A bridge that vanishes is reported by the broker, through its last will.
+"$bridge" --device "plc1=127.0.0.1:$DEVICE_PORT" --channels 1 --broker "127.0.0.1:$BROKER_PORT" \
+    --client-id test 2>>"$work/bridge.err" &
+bridge_pid=$!
+pids+=("$bridge_pid")
+wait_retained chanlink/bridge/test/status '^online$'
+kill -KILL "$bridge_pid"
+wait_retained chanlink/bridge/test/status '^offline$'
 echo "ok"

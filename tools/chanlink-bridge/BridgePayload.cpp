@@ -3,8 +3,8 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/messages/ChannelValue.h"
+#include "chanlink/messages/ReasonCode.h"
 
 namespace BridgePayload {
 

@@ -41,6 +41,10 @@ DeviceLink::DeviceLink(DeviceConfig config, Publish publish, Log log)
     }));
 }
 
+DeviceLink::~DeviceLink() {
+    client.stop();
+}
+
 void DeviceLink::start(Clock::time_point now) {
     nextPoll = now;
     client.start();

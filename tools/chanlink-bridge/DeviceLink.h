@@ -30,6 +30,11 @@ public:
     static constexpr std::size_t MaxWaitingSets = 1000;
 
     DeviceLink(DeviceConfig config, Publish publish, Log log);
+    // Stops the client first: what it reports while stopping reaches a
+    // whole object.
+    ~DeviceLink();
+    DeviceLink(const DeviceLink&) = delete;
+    DeviceLink& operator=(const DeviceLink&) = delete;
 
     const std::string& getName() const { return config.name; }
     void start(Clock::time_point now);
