@@ -14,6 +14,13 @@ int main(int argc, char** argv) {
                        .setPassword("secret")
                        .build();
 
+    // A refused connection shows at once; a silent host gets 5 s.
+    SessionWaiter().tickUntil(
+        *session, [&] { return transport->state() != ConnectionOutcome::Connecting; }, 5s);
+    if (transport->state() != ConnectionOutcome::Connected) {
+        std::fprintf(stderr, "cannot connect to localhost:%s, is chanlink-device running?\n", port);
+        return 1;
+    }
     const auto login = session->blockingLogin(5s);  // empty on time-out
     if (!login || !login->loggedIn()) {
         std::fprintf(stderr, "login failed\n");

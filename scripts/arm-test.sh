@@ -11,7 +11,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/require-packages.sh cmake ninja-build g++-arm-linux-gnueabihf qemu-user googletest
+scripts/require-packages.sh cmake ninja-build g++-arm-linux-gnueabihf qemu-user googletest \
+    libcli11-dev nlohmann-json3-dev
 
 jobs="$(nproc 2>/dev/null || echo 2)"
 toolchain="$PWD/cmake/toolchains/arm-linux-gnueabihf.cmake"
@@ -29,6 +30,16 @@ if [ "$(cat "$stamp" 2>/dev/null)" != "$wanted" ]; then
     cmake --install "$googletest/build" >/dev/null
     echo "$wanted" >"$stamp"
 fi
+
+# CLI11 and nlohmann-json (for the tools and their tests) are headers only,
+# the same for every architecture, so the build machine's serve. The
+# toolchain file keeps the build machine's /usr out of the search, so they
+# are reached through a prefix that holds nothing else.
+headers=build/arm-headers
+rm -rf "$headers"
+mkdir -p "$headers/include" "$headers/share/cmake"
+ln -s /usr/include/CLI /usr/include/nlohmann "$headers/include/"
+ln -s /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$headers/share/cmake/"
 
 echo "== chanlink for arm-linux-gnueabihf"
 cmake --preset arm >/dev/null

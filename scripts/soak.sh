@@ -30,7 +30,8 @@ per_client="${CHANLINK_SOAK_CHANNELS:-4}"
 rss_limit="${CHANLINK_SOAK_RSS_LIMIT_KB:-2048}"
 first_channel=1000
 
-scripts/require-packages.sh cmake ninja-build g++ libgtest-dev libgmock-dev
+scripts/require-packages.sh cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev \
+    nlohmann-json3-dev
 build="build/$preset"
 jobs="$(nproc 2>/dev/null || echo 2)"
 cmake --preset "$preset" >/dev/null

@@ -5,9 +5,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 preset="${1:-dev}"
 
-packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev)
+packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev)
 # chanlink-bridge and its integration test with a real broker.
-packages+=(libmosquitto-dev libcli11-dev nlohmann-json3-dev libssl-dev mosquitto mosquitto-clients python3)
+packages+=(libmosquitto-dev libssl-dev mosquitto mosquitto-clients python3)
 [ "$preset" = release ] && packages+=(libbenchmark-dev)
 scripts/require-packages.sh "${packages[@]}"
 

@@ -14,7 +14,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/require-packages.sh cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev valgrind \
-    libmosquitto-dev libcli11-dev nlohmann-json3-dev libssl-dev
+    libcli11-dev nlohmann-json3-dev libmosquitto-dev libssl-dev
 
 preset="${1:-valgrind}"
 build="build/$preset"

@@ -1,10 +1,9 @@
-// The parts of chanlink-device: its channel file and its command line.
+// The channel file of chanlink-device.
 #include <gtest/gtest.h>
 
 #include <sstream>
 
 #include "ChannelTable.h"
-#include "DeviceOptions.h"
 #include "chanlink/messages/ReasonCode.h"
 
 namespace {
@@ -68,39 +67,4 @@ TEST(DeviceChannelTable, EachFaultIsNamedWithItsLine) {
     EXPECT_EQ(problem("1 1 00 ro blink:10"),
               "1: live behaviour must be -, counter:MS or toggle:MS[:BITS], not 'blink:10'");
     EXPECT_EQ(problem("1 1 00 ro -\n1 1 00 ro -"), "2: channel 1 is listed twice");
-}
-
-TEST(DeviceOptions, ReadsEveryOptionAndRefusesBadOnes) {
-    DeviceOptions options;
-    std::string error;
-    ASSERT_TRUE(options.parse({"--port", "0", "--host=::1", "--user", "u",
-                               "--password=", "--max-clients", "0", "--channels", "t.txt"},
-                              error))
-        << error;
-    EXPECT_EQ(options.port, "0");
-    EXPECT_EQ(options.host, "::1");
-    EXPECT_EQ(options.user, "u");
-    EXPECT_EQ(options.password, "");
-    EXPECT_EQ(options.maxClients, 0u);
-    EXPECT_EQ(options.channelsFile, "t.txt");
-
-    DeviceOptions defaults;
-    ASSERT_TRUE(defaults.parse({}, error));
-    EXPECT_EQ(defaults.port, "7300");
-    EXPECT_EQ(defaults.host, "");
-    EXPECT_EQ(defaults.user, "admin");
-    EXPECT_EQ(defaults.password, "secret");
-    EXPECT_EQ(defaults.maxClients, 4u);
-
-    const auto refusal = [](std::vector<std::string> arguments) {
-        DeviceOptions o;
-        std::string message;
-        return o.parse(arguments, message) ? std::string("accepted") : message;
-    };
-    EXPECT_EQ(refusal({"--port", "65536"}), "--port must be a number from 0 to 65535, not '65536'");
-    EXPECT_EQ(refusal({"--port", "-1"}), "--port must be a number from 0 to 65535, not '-1'");
-    EXPECT_EQ(refusal({"--user"}), "option --user needs a value");
-    EXPECT_EQ(refusal({"-x"}), "unknown option '-x'");
-    EXPECT_EQ(refusal({"--password", std::string(256, 'p')}),
-              "--user and --password can be at most 255 bytes, as a login carries them");
 }

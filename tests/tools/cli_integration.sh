@@ -262,18 +262,29 @@ timeout)
     [ $((SECONDS - start)) -le 5 ] || fail "three 300 ms timeouts took $((SECONDS - start)) s"
     ;;
 
+endless-frame)
+    exec {endless_fd}< <(exec "$helper" endless-frame 20)
+    background+=("$!")
+    read -r -t 10 -u "$endless_fd" line || fail "the endless device printed no port"
+    PORT=${line#port }
+    cli watch 1 --max-frame 64K --timeout 10s
+    expect "endless frame rc" 3 "$RC"
+    expect "endless frame error" \
+        "chanlink: the device sent a frame larger than 64 KiB; connection closed" "$ERR"
+    ;;
+
 usage)
     PORT=1
     cli get
     expect "no channel rc" 2 "$RC"
-    expect "no channel error" "chanlink: get needs at least one channel id (see chanlink --help)" "$ERR"
+    expect "no channel error" "chanlink: ID is required (see chanlink --help)" "$ERR"
     cli frobnicate 1
     expect "unknown command rc" 2 "$RC"
     cli get 1 --timeout forever
     expect "bad timeout rc" 2 "$RC"
     cli --help
     expect "help rc" 0 "$RC"
-    expect_match "help text" "^usage: chanlink" "$OUT"
+    expect_match "help text" "Usage: chanlink \\[OPTIONS\\] COMMAND" "$OUT"
     ;;
 
 *)

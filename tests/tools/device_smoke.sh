@@ -118,7 +118,9 @@ usage)
     "$device" --help | grep -q -- "--max-clients N" || fail "--help does not list the options"
     "$device" --bogus 2>"$work/err"
     expect "unknown option exit code" 2 "$?"
-    grep -q "unknown option '--bogus'" "$work/err" || fail "unknown option message"
+    expect "unknown option message" \
+        "chanlink-device: The following argument was not expected: --bogus (see chanlink-device --help)" \
+        "$(cat "$work/err")"
     "$device" --port 70000 2>/dev/null
     expect "bad port exit code" 2 "$?"
     "$device" --host 192.0.2.1 --port 0 >/dev/null 2>"$work/err"

@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "ToolCommandLine.h"
+
 namespace {
 
 using nlohmann::json;
@@ -162,11 +164,14 @@ bool parseDevice(const json& object, std::size_t index, DeviceConfig& device, st
     }
     if (object.contains("port")) {
         const json& port = object["port"];
-        unsigned long long number = 0;
-        if (port.is_number_unsigned() && port.get<unsigned long long>() <= 65535) {
-            device.port = std::to_string(port.get<unsigned long long>());
-        } else if (port.is_string() && parseUnsigned(port.get<std::string>(), 65535, number)) {
-            device.port = std::to_string(number);
+        std::optional<std::string> number;
+        if (port.is_number_unsigned()) {
+            number = tool::portNumber(std::to_string(port.get<unsigned long long>()), 0);
+        } else if (port.is_string()) {
+            number = tool::portNumber(port.get<std::string>(), 0);
+        }
+        if (number) {
+            device.port = *number;
         } else {
             error = where + ": 'port' must be a number from 0 to 65535";
             return false;
@@ -280,12 +285,12 @@ bool parseHostPort(const std::string& text, std::string& host, std::string& port
         return false;
     }
     if (hasPort) {
-        unsigned long long number = 0;
-        if (!parseUnsigned(portText, 65535, number) || number == 0) {
+        const auto number = tool::portNumber(portText, 1);
+        if (!number) {
             error = "'" + portText + "' is not a port (1 to 65535)";
             return false;
         }
-        port = std::to_string(number);
+        port = *number;
     }
     return true;
 }

@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "ToolDefaults.h"
+
 // One device the bridge serves (docs/BRIDGE.md, "Configuration file").
 struct DeviceConfig {
     std::string name;  // one topic level: letters, digits, '-', '_', '.'
     std::string host;
-    std::string port = "7300";
+    std::string port = tool::DefaultPort;
     std::string user = "admin";
     std::string password;  // resolved from passwordFile / passwordEnv; never logged
     std::string passwordFile;

@@ -1,8 +1,9 @@
 #include "BridgeOptions.h"
 
-#include <CLI/CLI.hpp>
 #include <fstream>
 #include <sstream>
+
+#include "ToolCommandLine.h"
 
 #ifndef CHANLINK_VERSION
 #define CHANLINK_VERSION "unknown"
@@ -24,7 +25,6 @@ struct CommandLine {
     std::string devicePasswordFile;
     std::string channels;
     bool push = false;
-    bool version = false;
 };
 
 bool loadFile(const std::string& path, BridgeConfig& config, std::string& error) {
@@ -132,28 +132,17 @@ std::optional<BridgeConfig> parse(int argc, const char* const* argv, std::ostrea
     app.add_option("--channels", line.channels,
                    "Channels to subscribe at every --device device, as 1,2,3");
     app.add_flag("--push", line.push, "Publish every value --device devices push");
-    app.add_flag("--version", line.version, "Print the version and exit");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        out << app.help();
-        exitCode = 0;
-        return std::nullopt;
-    } catch (const CLI::ParseError& error) {
-        err << "chanlink-bridge: " << error.what() << " (see chanlink-bridge --help)\n";
-        exitCode = 2;
-        return std::nullopt;
-    }
-    if (line.version) {
-        out << "chanlink-bridge " << CHANLINK_VERSION << "\n";
-        exitCode = 0;
+    app.set_version_flag("--version", std::string("chanlink-bridge ") + CHANLINK_VERSION);
+    const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+    if (const auto status = tool::parseCommandLine(app, arguments, out, err)) {
+        exitCode = *status;
         return std::nullopt;
     }
     BridgeConfig config;
     std::string error;
     if (!apply(line, config, error)) {
         err << "chanlink-bridge: " << error << "\n";
-        exitCode = 2;
+        exitCode = tool::UsageStatus;
         return std::nullopt;
     }
     return config;

@@ -3,43 +3,29 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <iostream>
 
 #include "Bridge.h"
 #include "BridgeOptions.h"
+#include "StopSignal.h"
 
 namespace {
 
-volatile std::sig_atomic_t stopSignal = 0;
-int wakeWrite = -1;
-
-extern "C" void onStopSignal(int signal) {
-    stopSignal = signal;
-    const int savedErrno = errno;
-    const char byte = 1;
-    [[maybe_unused]] const ssize_t written = ::write(wakeWrite, &byte, 1);
-    errno = savedErrno;
-}
-
-// A pipe whose read end wakes the bridge's poll when a stop signal comes.
+// A pipe whose read end wakes the bridge's poll when a stop signal comes;
+// -1 when there is none (the poll then wakes at its next due time).
 int installStopHandlers() {
+    ::signal(SIGPIPE, SIG_IGN);
     int ends[2];
     if (::pipe(ends) != 0) {
+        tool::installStopHandlers();
         return -1;
     }
     for (int end : ends) {
         ::fcntl(end, F_SETFL, ::fcntl(end, F_GETFL) | O_NONBLOCK);
         ::fcntl(end, F_SETFD, FD_CLOEXEC);
     }
-    wakeWrite = ends[1];
-    struct sigaction action {};
-    action.sa_handler = onStopSignal;
-    sigemptyset(&action.sa_mask);
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
-    ::signal(SIGPIPE, SIG_IGN);
+    tool::installStopHandlers(ends[1]);
     return ends[0];
 }
 
@@ -55,10 +41,9 @@ int main(int argc, char** argv) {
     Bridge bridge(std::move(*config), [](const std::string& line) {
         std::cerr << "chanlink-bridge: " << line << std::endl;
     });
-    const int result = bridge.run(wakeRead, [] { return stopSignal != 0; });
-    if (stopSignal != 0) {
-        std::cerr << "chanlink-bridge: stopped by " << (stopSignal == SIGINT ? "SIGINT" : "SIGTERM")
-                  << std::endl;
+    const int result = bridge.run(wakeRead, [] { return tool::stopRequested(); });
+    if (tool::stopRequested()) {
+        std::cerr << "chanlink-bridge: stopped by " << tool::stopSignalName() << std::endl;
     }
     return result;
 }

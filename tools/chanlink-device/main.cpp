@@ -1,46 +1,20 @@
 // chanlink-device: a simulated device on the library's DeviceServer.
 // docs/DEVICE.md describes its options, channel file and rules.
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 
 #include "ChannelTable.h"
 #include "DeviceOptions.h"
+#include "StopSignal.h"
+#include "ToolCommandLine.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/server/DeviceServer.h"
 
 namespace {
 
 using Clock = LiveChannel::Clock;
-
-volatile std::sig_atomic_t stopSignal = 0;
-int wakeDescriptor = -1;
-
-extern "C" void onStopSignal(int signal) {
-    stopSignal = signal;
-    // The server's poll may be waiting; a byte on its wake descriptor ends
-    // the wait. write() is safe in a signal handler; errno is kept.
-    const int savedErrno = errno;
-    const char byte = 1;
-    if (wakeDescriptor >= 0) {
-        [[maybe_unused]] const ssize_t written = ::write(wakeDescriptor, &byte, 1);
-    }
-    errno = savedErrno;
-}
-
-void installSignalHandlers() {
-    struct sigaction action {};
-    action.sa_handler = onStopSignal;
-    sigemptyset(&action.sa_mask);
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
-}
 
 void say(const std::string& line) {
     std::cerr << "chanlink-device: " << line << std::endl;
@@ -84,23 +58,16 @@ std::chrono::milliseconds untilNextChange(const std::vector<LiveChannel>& live,
 
 int main(int argc, char** argv) {
     DeviceOptions options;
-    std::string error;
-    if (!options.parse(std::vector<std::string>(argv + 1, argv + argc), error)) {
-        say(error);
-        std::cerr << "Try 'chanlink-device --help'." << std::endl;
-        return 2;
-    }
-    if (options.help) {
-        std::cout << DeviceOptions::usage();
-        return 0;
-    }
-    if (options.version) {
-        std::cout << "chanlink-device " << CHANLINK_VERSION << "\n";
-        return 0;
+    CLI::App app({}, "chanlink-device");
+    app.set_version_flag("--version", std::string("chanlink-device ") + CHANLINK_VERSION);
+    options.addTo(app);
+    const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+    if (const auto exitCode = tool::parseCommandLine(app, arguments, std::cout, std::cerr)) {
+        return *exitCode;
     }
     const auto channels = loadChannels(options);
     if (!channels) {
-        return 2;
+        return tool::UsageStatus;
     }
     if (options.printChannels) {
         std::cout << ChannelTable::format(*channels);
@@ -117,8 +84,7 @@ int main(int argc, char** argv) {
     server.setEventReceiver(
         makeReceiver<DeviceEvent>([](const DeviceEvent& event) { say(event.describe()); }));
 
-    installSignalHandlers();
-    wakeDescriptor = server.getWakeDescriptor();
+    tool::installStopHandlers(server.getWakeDescriptor());
     if (!server.listen(options.port, options.host)) {
         say("cannot listen on port " + options.port +
             (options.host.empty() ? std::string() : " of " + options.host));
@@ -134,7 +100,7 @@ int main(int argc, char** argv) {
     for (LiveChannel& channel : live) {
         channel.start(start);
     }
-    while (stopSignal == 0) {
+    while (!tool::stopRequested()) {
         const Clock::time_point now = Clock::now();
         for (LiveChannel& channel : live) {
             channel.advance(now, *store);
@@ -142,6 +108,6 @@ int main(int argc, char** argv) {
         server.poll(untilNextChange(live, Clock::now()));
     }
     server.shutdown();
-    say(std::string("stopped by ") + (stopSignal == SIGINT ? "SIGINT" : "SIGTERM"));
+    say(std::string("stopped by ") + tool::stopSignalName());
     return 0;
 }

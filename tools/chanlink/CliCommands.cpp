@@ -10,9 +10,7 @@
 #include "CliExitCode.h"
 #include "CliOutput.h"
 #include "chanlink/flow/FunctionReceiver.h"
-#include "chanlink/messages/GetResponse.h"
 #include "chanlink/processing/ChannelCache.h"
-#include "chanlink/wire/Decoder.h"
 
 namespace cli {
 
@@ -120,11 +118,7 @@ int runWatch(Connection& connection, const Options& options, const Printer& prin
 int runPush(Connection& connection, const Options& options, const Printer& print,
             const LineBudget& budget, const std::shared_ptr<Receiver<GetOutcome>>& printer) {
     if (options.channels.empty()) {
-        // The session keeps the device's log push on while any channel has a
-        // push receiver. With no channel named, one receiver that ignores
-        // everything keeps it on, and the values are read from the bytes
-        // received (see pushedValuesReader), whatever their channel.
-        connection.session().addPushSubscription(0, makeReceiver<GetOutcome>([](const auto&) {}));
+        connection.session().addPushReceiver(printer);  // every channel
     }
     for (std::uint32_t id : options.channels) {
         connection.session().addPushSubscription(id, printer);
@@ -134,24 +128,6 @@ int runPush(Connection& connection, const Options& options, const Printer& print
         return print.fail(failure);
     }
     return ExitCode::Success;
-}
-
-// An observer of the received bytes that hands every value of every get
-// response to receiver: the device sends pushed values as get responses.
-Connection::BytesObserver pushedValuesReader(std::shared_ptr<Receiver<GetOutcome>> receiver) {
-    auto decoder = std::make_shared<Decoder>();
-    return [decoder, receiver](const std::vector<unsigned char>& bytes) {
-        decoder->injectBytes(bytes);
-        while (decoder->hasFrames()) {
-            const std::vector<unsigned char> payload = decoder->extractFrame();
-            if (!GetResponse::validate(payload)) {
-                continue;
-            }
-            for (const ChannelValue& value : GetResponse(payload).getChannelValues()) {
-                receiver->receive(GetOutcome(value));
-            }
-        }
-    };
 }
 
 }  // namespace
@@ -167,11 +143,7 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
             ++budget.used;
         }
     });
-    Connection::BytesObserver observer;
-    if (options.command == Command::Push && options.channels.empty()) {
-        observer = pushedValuesReader(pushPrinter);
-    }
-    Connection connection(options, observer);
+    Connection connection(options);
     if (const Failure failure = connection.open()) {
         return print.fail(failure);
     }
@@ -184,9 +156,6 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
             return runWatch(connection, options, print, budget);
         case Command::Push:
             return runPush(connection, options, print, budget, pushPrinter);
-        case Command::Help:
-        case Command::Version:
-            break;
     }
     return ExitCode::UsageError;
 }

@@ -1,52 +1,16 @@
 #include "CliConnection.h"
 
-#include <poll.h>
-
 #include <algorithm>
-#include <csignal>
 #include <utility>
 
 #include "CliOutput.h"
+#include "StopSignal.h"
 #include "chanlink/client/ClientSessionBuilder.h"
 #include "chanlink/flow/FunctionReceiver.h"
 
 namespace cli {
 
 namespace {
-
-volatile std::sig_atomic_t stopSignal = 0;
-
-extern "C" void onStopSignal(int signal) {
-    stopSignal = signal;
-}
-
-// The longest a wait sleeps on the socket before looking again. A bound is
-// needed because the session may hold bytes it could not write yet, and
-// the socket says nothing about those.
-constexpr std::chrono::milliseconds MaxSleep{50};
-
-// Passes everything through to the real transport and shows the observer a
-// copy of every run of bytes read.
-class ObservedTransport : public Transport {
-public:
-    ObservedTransport(std::shared_ptr<Transport> inner, Connection::BytesObserver observer)
-        : inner(std::move(inner)), observer(std::move(observer)) {}
-
-    int read(void* buffer, int length) override {
-        const int count = inner->read(buffer, length);
-        if (count > 0) {
-            const auto* bytes = static_cast<const unsigned char*>(buffer);
-            observer(std::vector<unsigned char>(bytes, bytes + count));
-        }
-        return count;
-    }
-    int write(const void* buffer, int length) override { return inner->write(buffer, length); }
-    void tick() override { inner->tick(); }
-
-private:
-    std::shared_ptr<Transport> inner;
-    Connection::BytesObserver observer;
-};
 
 std::string idList(const std::vector<std::uint32_t>& ids) {
     std::string text;
@@ -58,19 +22,7 @@ std::string idList(const std::vector<std::uint32_t>& ids) {
 
 }  // namespace
 
-void installStopHandlers() {
-    struct sigaction action {};
-    action.sa_handler = onStopSignal;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
-
-bool stopRequested() {
-    return stopSignal != 0;
-}
-
-Connection::Connection(Options options, BytesObserver observer) : options(std::move(options)) {
+Connection::Connection(Options options) : options(std::move(options)) {
     tcp = std::make_shared<TCPClientTransport>(
         this->options.host, this->options.port,
         makeReceiver<ConnectionOutcome>([this](const ConnectionOutcome& outcome) {
@@ -78,15 +30,14 @@ Connection::Connection(Options options, BytesObserver observer) : options(std::m
                 everConnected = true;
             }
         }));
-    std::shared_ptr<Transport> transport = tcp;
-    if (observer) {
-        transport = std::make_shared<ObservedTransport>(tcp, std::move(observer));
-    }
     clientSession = ClientSessionBuilder()
-                        .setTransport(transport)
+                        .setTransport(tcp)
                         .setUsername(this->options.user)
-                        .setPassword(this->options.password.value_or(""))
+                        .setPassword(this->options.password)
                         .build();
+    waiter.setEndOnConnectionLoss(true);
+    waiter.setStopCheck(tool::stopRequested);
+    waiter.setMaxUndecodedBytes(this->options.maxFrame);
 }
 
 Connection::~Connection() {
@@ -96,14 +47,14 @@ Connection::~Connection() {
 }
 
 Failure Connection::open() {
-    const auto deadline = Clock::now() + options.timeout;
     tcp->connect();
     if (!clientSession->initiateLogin()) {
         return {ExitCode::UsageError, "user name or password is too long"};
     }
-    const WaitResult result =
-        waitUntil([&] { return !clientSession->getLoginState().loginPending(); }, deadline);
-    if (result != WaitResult::Done) {
+    const Result result = waiter.tickUntil(
+        *clientSession, [&] { return !clientSession->getLoginState().loginPending(); },
+        options.timeout);
+    if (result != Result::Done) {
         return waitFailure(result, "the login");
     }
     const LoginOutcome login = clientSession->getLoginState();
@@ -134,8 +85,8 @@ Failure Connection::get(const std::vector<std::uint32_t>& ids, std::vector<GetOu
         return std::all_of(answers->begin(), answers->end(),
                            [](const auto& answer) { return answer.has_value(); });
     };
-    const WaitResult result = waitUntil(allAnswered, Clock::now() + options.timeout);
-    if (result != WaitResult::Done) {
+    const Result result = waiter.tickUntil(*clientSession, allAnswered, options.timeout);
+    if (result != Result::Done) {
         std::vector<std::uint32_t> missing;
         for (std::size_t i = 0; i < ids.size(); ++i) {
             if (!(*answers)[i]) {
@@ -160,9 +111,9 @@ Failure Connection::set(std::uint32_t id, const std::vector<unsigned char>& data
                                       *answer = o;
                                   }
                               }));
-    const WaitResult result =
-        waitUntil([&] { return answer->has_value(); }, Clock::now() + options.timeout);
-    if (result != WaitResult::Done) {
+    const Result result = waiter.tickUntil(
+        *clientSession, [&] { return answer->has_value(); }, options.timeout);
+    if (result != Result::Done) {
         return waitFailure(result, "set " + std::to_string(id));
     }
     outcome = *answer;
@@ -171,76 +122,37 @@ Failure Connection::set(std::uint32_t id, const std::vector<unsigned char>& data
 
 Failure Connection::stream(const std::function<bool()>& done,
                            std::optional<std::chrono::milliseconds> limit) {
-    std::optional<Clock::time_point> deadline;
-    if (limit) {
-        deadline = Clock::now() + *limit;
-    }
-    const WaitResult result = waitUntil(done, deadline);
-    if (result == WaitResult::ConnectionLost) {
+    const Result result =
+        waiter.tickUntil(*clientSession, done, limit.value_or(std::chrono::milliseconds::max()));
+    // Running out of time or being stopped is how a stream ends.
+    if (result == Result::ConnectionEnded || result == Result::FrameTooLarge) {
         return waitFailure(result, "");
     }
     return {};
 }
 
-Connection::WaitResult Connection::waitUntil(const std::function<bool()>& done,
-                                             std::optional<Clock::time_point> deadline) {
-    for (;;) {
-        if (done()) {
-            return WaitResult::Done;
-        }
-        if (connectionLost()) {
-            return WaitResult::ConnectionLost;
-        }
-        if (stopRequested()) {
-            return WaitResult::Interrupted;
-        }
-        auto slice = MaxSleep;
-        if (deadline) {
-            const auto now = Clock::now();
-            if (now >= *deadline) {
-                return WaitResult::TimedOut;
-            }
-            slice = std::min(slice, std::chrono::ceil<std::chrono::milliseconds>(*deadline - now));
-        }
-        clientSession->tick();
-        if (!done() && !connectionLost()) {
-            waitForSocket(slice);
-        }
-    }
-}
-
-void Connection::waitForSocket(std::chrono::milliseconds slice) {
-    pollfd descriptor{};
-    descriptor.fd = tcp->getSocket();
-    descriptor.events = tcp->state() == ConnectionOutcome::Connecting ? POLLOUT : POLLIN;
-    // Without an open socket this only sleeps. A signal cuts the sleep short.
-    poll(&descriptor, descriptor.fd > 0 ? 1 : 0, static_cast<int>(slice.count()));
-}
-
-bool Connection::connectionLost() const {
-    const auto state = tcp->state();
-    return state == ConnectionOutcome::ConnectionFailed || state == ConnectionOutcome::Closed;
-}
-
-Failure Connection::waitFailure(WaitResult result, const std::string& what) const {
+Failure Connection::waitFailure(Result result, const std::string& what) const {
     switch (result) {
-        case WaitResult::TimedOut:
+        case Result::TimedOut:
             if (tcp->state() != ConnectionOutcome::Connected) {
                 return {ExitCode::TimedOut, "no connection to " + address() + " within " +
                                                 describeDuration(options.timeout)};
             }
             return {ExitCode::TimedOut,
                     "no answer to " + what + " within " + describeDuration(options.timeout)};
-        case WaitResult::ConnectionLost:
+        case Result::ConnectionEnded:
             if (!everConnected) {
                 return {ExitCode::ConnectionFailed, "cannot connect to " + address()};
             }
             return {ExitCode::ConnectionFailed,
                     "connection to " + address() + " closed" +
                         (what.empty() ? "" : " while waiting for " + what)};
-        case WaitResult::Interrupted:
+        case Result::FrameTooLarge:
+            return {ExitCode::ConnectionFailed,
+                    SessionWaiter::describeFrameTooLarge(options.maxFrame)};
+        case Result::Stopped:
             return {ExitCode::Interrupted, "interrupted while waiting for " + what};
-        case WaitResult::Done:
+        case Result::Done:
             break;
     }
     return {};

@@ -12,6 +12,7 @@
 #include "CliOptions.h"
 #include "chanlink/client/ClientSession.h"
 #include "chanlink/client/GetOutcome.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/transport/TCPClientTransport.h"
 
@@ -26,25 +27,15 @@ struct Failure {
     explicit operator bool() const { return code != ExitCode::Success; }
 };
 
-// Installs handlers for SIGINT and SIGTERM that end every wait soon after.
-void installStopHandlers();
-// Whether one of those signals has come.
-bool stopRequested();
-
-// One logged-in session with a device, and every wait chanlink makes. Each
-// wait has a deadline, ends early when the connection fails or closes, and
-// sleeps on the socket rather than spinning.
-//
-// All waiting on the session happens in this class, so that the loops here
-// can give way to the session's own timed blocking calls.
+// One logged-in session with a device, and every wait chanlink makes, all
+// through the library's SessionWaiter: each wait has a deadline, ends early
+// when the connection fails or closes or a stop signal comes, sleeps on the
+// socket rather than spinning, and closes the connection when the device
+// sends a frame larger than --max-frame.
 class Connection {
 public:
-    using Clock = std::chrono::steady_clock;
-    using BytesObserver = std::function<void(const std::vector<unsigned char>&)>;
-
-    // Nothing is connected yet. observer, if given, sees every run of bytes
-    // the session reads, before the session handles them.
-    explicit Connection(Options options, BytesObserver observer = {});
+    // Nothing is connected yet.
+    explicit Connection(Options options);
     ~Connection();
 
     Connection(const Connection&) = delete;
@@ -66,30 +57,27 @@ public:
 
     // Keeps the session running, delivering whatever arrives, until done()
     // is true, the time limit (if any) has passed, or a stop was requested;
-    // all of these are a normal end. Fails only when the connection is lost.
+    // all of these are a normal end. Fails only when the connection is lost
+    // or closed for an oversized frame.
     Failure stream(const std::function<bool()>& done,
                    std::optional<std::chrono::milliseconds> limit);
 
     ClientSession& session() { return *clientSession; }
 
 private:
-    enum class WaitResult { Done, TimedOut, ConnectionLost, Interrupted };
+    using Result = SessionWaiter::Result;
 
-    // Ticks until done() is true, the deadline (if any) passes, the
-    // connection fails or closes, or a stop is requested.
-    WaitResult waitUntil(const std::function<bool()>& done,
-                         std::optional<Clock::time_point> deadline);
-    // Sleeps until the socket has something for the session, at most slice.
-    void waitForSocket(std::chrono::milliseconds slice);
-    bool connectionLost() const;
     // The Failure for a wait that ended without its answer; what names the
     // awaited answer ("get 3"), empty when there was none in particular.
-    Failure waitFailure(WaitResult result, const std::string& what) const;
+    Failure waitFailure(Result result, const std::string& what) const;
     std::string address() const;
 
     Options options;
     std::shared_ptr<TCPClientTransport> tcp;
     std::shared_ptr<ClientSession> clientSession;
+    // Every wait: ends on a closed connection, a stop signal or a frame
+    // larger than --max-frame.
+    SessionWaiter waiter;
     bool everConnected = false;
 };
 

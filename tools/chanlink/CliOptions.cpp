@@ -1,8 +1,18 @@
 #include "CliOptions.h"
 
+#include <CLI/CLI.hpp>
+
+#include <cctype>
 #include <cstddef>
 #include <limits>
 #include <map>
+#include <utility>
+
+#include "ToolCommandLine.h"
+
+#ifndef CHANLINK_VERSION
+#define CHANLINK_VERSION "unknown"
+#endif
 
 namespace cli {
 
@@ -49,164 +59,147 @@ std::optional<std::uint64_t> parseUnsigned(const std::string& digits, unsigned i
     return value;
 }
 
-enum class Takes { Nothing, Value };
+constexpr const char* Footer =
+    "IDs are decimal or 0x-hexadecimal; HEXDATA is byte pairs such as 0A0B0C0D.\n"
+    "Exit codes: 0 done, 1 operation refused, 2 usage, 3 connection failed,\n"
+    "4 login refused, 5 timed out, 130 interrupted.";
 
-const std::map<std::string, Takes>& knownOptions() {
-    static const std::map<std::string, Takes> options = {
-        {"--host", Takes::Value},     {"--port", Takes::Value},     {"--user", Takes::Value},
-        {"--password", Takes::Value}, {"--timeout", Takes::Value},  {"--count", Takes::Value},
-        {"--seconds", Takes::Value},  {"--json", Takes::Nothing},   {"--help", Takes::Nothing},
-        {"-h", Takes::Nothing},       {"--version", Takes::Nothing}};
-    return options;
+constexpr const char* ChannelIdMeaning = "a channel id (decimal or 0x-hexadecimal)";
+
+// The ID operands of get, watch and push.
+void addChannelIds(CLI::App& command, std::vector<std::uint32_t>& channels, bool required) {
+    command
+        .add_option_function<std::vector<std::string>>(
+            "ID",
+            [&channels](const std::vector<std::string>& texts) {
+                for (const std::string& text : texts) {
+                    const auto id = parseChannelId(text);
+                    if (!id) {
+                        throw CLI::ValidationError("ID",
+                                                   "'" + text + "' is not " + ChannelIdMeaning);
+                    }
+                    channels.push_back(*id);
+                }
+            },
+            "channel ids")
+        ->type_name("")
+        ->required(required);
 }
 
-ParseResult fail(std::string error) {
-    return ParseResult{std::nullopt, std::move(error)};
-}
-
-// Stores one option's value; an error text, empty when it was fine.
-std::string applyOption(Options& options, const std::string& name, const std::string& value) {
-    if (name == "--host") {
-        if (value.empty()) {
-            return "--host needs a host name or address";
-        }
-        options.host = value;
-    } else if (name == "--port") {
-        const auto port = parsePort(value);
-        if (!port) {
-            return "invalid port '" + value + "' (1 to 65535)";
-        }
-        options.port = *port;
-    } else if (name == "--user") {
-        options.user = value;
-    } else if (name == "--password") {
-        options.password = value;
-    } else if (name == "--timeout" || name == "--seconds") {
-        const auto duration = parseDuration(value);
-        if (!duration) {
-            return "invalid duration '" + value + "' for " + name + " (e.g. 5, 500ms, 2s)";
-        }
-        if (name == "--timeout") {
-            options.timeout = *duration;
-        } else {
-            options.duration = *duration;
-        }
-    } else if (name == "--count") {
-        const auto count = parseCount(value);
-        if (!count) {
-            return "invalid count '" + value + "' (a positive number)";
-        }
-        options.count = *count;
-    } else if (name == "--json") {
-        options.json = true;
-    } else if (name == "--help" || name == "-h") {
-        options.command = Options::Command::Help;
-    } else if (name == "--version") {
-        options.command = Options::Command::Version;
+// Calls subcommands commands, and shows the command as needed: CLI11
+// brackets it because the callback below, not CLI11, checks for it.
+class Formatter : public CLI::Formatter {
+public:
+    Formatter() { label("SUBCOMMAND", "COMMAND"); }
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        std::string usage = CLI::Formatter::make_usage(app, std::move(name));
+        const std::size_t at = usage.find("[COMMAND]");
+        return at == std::string::npos ? usage : usage.replace(at, 9, "COMMAND");
     }
-    return {};
-}
-
-// Checks the operands against the command and stores them.
-std::string applyOperands(Options& options, const std::string& command,
-                          const std::vector<std::string>& operands) {
-    using Command = Options::Command;
-    static const std::map<std::string, Command> commands = {{"get", Command::Get},
-                                                            {"set", Command::Set},
-                                                            {"watch", Command::Watch},
-                                                            {"push", Command::Push}};
-    const auto found = commands.find(command);
-    if (found == commands.end()) {
-        return "unknown command '" + command + "' (get, set, watch or push)";
-    }
-    options.command = found->second;
-
-    std::size_t idCount = operands.size();
-    if (options.command == Command::Set) {
-        if (operands.size() != 2) {
-            return "set needs a channel id and the data: set ID HEXDATA";
-        }
-        const auto data = parseHexData(operands[1]);
-        if (!data) {
-            return "invalid data '" + operands[1] + "' (hexadecimal byte pairs, e.g. 0A0B)";
-        }
-        options.data = *data;
-        idCount = 1;
-    }
-    if (operands.empty() && options.command != Command::Push) {
-        return command + " needs at least one channel id";
-    }
-    for (std::size_t i = 0; i < idCount; ++i) {
-        const auto id = parseChannelId(operands[i]);
-        if (!id) {
-            return "invalid channel id '" + operands[i] + "' (decimal or 0x-hexadecimal)";
-        }
-        options.channels.push_back(*id);
-    }
-    const bool streams = options.command == Command::Watch || options.command == Command::Push;
-    if (!streams && (options.count || options.duration)) {
-        return std::string(options.count ? "--count" : "--seconds") +
-               " applies to watch and push only";
-    }
-    return {};
-}
+};
 
 }  // namespace
 
-ParseResult parseArguments(const std::vector<std::string>& arguments) {
+ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostream& out,
+                           std::ostream& err) {
+    using Command = Options::Command;
     Options options;
-    std::vector<std::string> positional;
-    bool optionsEnded = false;
-    bool helpOrVersion = false;
+    CLI::App app("Gets, sets, watches and pushes channel values of a chanlink device.", "chanlink");
+    app.set_version_flag("--version", std::string("chanlink ") + CHANLINK_VERSION);
+    app.footer(Footer);
+    app.formatter(std::make_shared<Formatter>());
 
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        if (optionsEnded || argument.empty() || argument[0] != '-' || argument == "-") {
-            positional.push_back(argument);
-            continue;
+    const auto host = [](const std::string& text) {
+        return text.empty() ? std::nullopt : std::optional<std::string>(text);
+    };
+    const auto port = [](const std::string& text) { return tool::portNumber(text, 1); };
+    const auto count = [](const std::string& text) {
+        return tool::decimalNumber(text, 1, std::numeric_limits<std::uint64_t>::max());
+    };
+    const std::string duration = "a duration (e.g. 5, 500ms, 2s)";
+    tool::addParsed(app, "--host", options.host, host, "a host name or address",
+                    "device address (default localhost)")
+        ->type_name("HOST");
+    tool::addParsed(app, "--port", options.port, port, "a port (1 to 65535)",
+                    std::string("device port (default ") + tool::DefaultPort + ")")
+        ->type_name("PORT");
+    app.add_option("--user", options.user, "login user (default admin)")->type_name("USER");
+    app.add_option("--password", options.password,
+                   "login password (default $CHANLINK_PASSWORD, else secret)")
+        ->envname("CHANLINK_PASSWORD")
+        ->type_name("PASS");
+    tool::addParsed(app, "--timeout", options.timeout, parseDuration, duration,
+                    "limit for each wait (default 5s; e.g. 500ms, 2s, 1m)")
+        ->type_name("DURATION");
+    tool::addParsed(app, "--max-frame", options.maxFrame, parseSize,
+                    "a size (e.g. 65536, 64K, 16M)",
+                    "close the connection when the device sends a larger frame (default 16M)")
+        ->type_name("SIZE");
+    tool::addParsed(app, "--count", options.count, count, "a positive count",
+                    "watch, push: stop after N lines")
+        ->type_name("N");
+    tool::addParsed(app, "--seconds", options.duration, parseDuration, duration,
+                    "watch, push: stop after this long")
+        ->type_name("DURATION");
+    app.add_flag("--json", options.json, "one JSON object per line");
+
+    const std::pair<Command, const char*> commands[] = {{Command::Get, "get"},
+                                                        {Command::Set, "set"},
+                                                        {Command::Watch, "watch"},
+                                                        {Command::Push, "push"}};
+    CLI::App* get = app.add_subcommand("get", "print the values of the channels");
+    CLI::App* set = app.add_subcommand("set", "write the bytes to the channel");
+    CLI::App* watch =
+        app.add_subcommand("watch", "subscribe and print each change as previous -> new");
+    CLI::App* push = app.add_subcommand(
+        "push", "switch log push on and print the values pushed, of the channels or of all");
+    addChannelIds(*get, options.channels, true);
+    addChannelIds(*watch, options.channels, true);
+    addChannelIds(*push, options.channels, false);
+    std::uint32_t setId = 0;
+    tool::addParsed(*set, "ID", setId, parseChannelId, ChannelIdMeaning, "channel id")
+        ->required()
+        ->type_name("");
+    tool::addParsed(*set, "HEXDATA", options.data, parseHexData,
+                    "hexadecimal byte pairs (e.g. 0A0B)", "bytes to write")
+        ->required()
+        ->type_name("");
+    for (CLI::App* command : {get, set, watch, push}) {
+        // Options may follow the command and its operands.
+        command->fallthrough()->group("Commands");
+    }
+    // Extras are allowed only so that they are reported here, after a
+    // missing or unknown command.
+    app.allow_extras();
+    app.callback([&] {
+        const std::vector<std::string> rest = app.remaining(true);
+        const bool named = !rest.empty() && rest.front().rfind('-', 0) != 0;
+        if (app.get_subcommands().empty() && (rest.empty() || named)) {
+            throw CLI::ValidationError((named ? "unknown command '" + rest.front() + "'"
+                                              : std::string("no command given")) +
+                                       " (get, set, watch or push)");
         }
-        if (argument == "--") {
-            optionsEnded = true;
-            continue;
+        if (!rest.empty()) {
+            throw CLI::ExtrasError(rest);
         }
-        const std::size_t equals = argument.find('=');
-        const std::string name = argument.substr(0, equals);
-        const auto known = knownOptions().find(name);
-        if (known == knownOptions().end()) {
-            return fail("unknown option '" + name + "'");
-        }
-        std::string value;
-        if (known->second == Takes::Value) {
-            if (equals != std::string::npos) {
-                value = argument.substr(equals + 1);
-            } else if (i + 1 < arguments.size()) {
-                value = arguments[++i];
-            } else {
-                return fail(name + " needs a value");
+        for (const auto& [command, name] : commands) {
+            if (app.got_subcommand(name)) {
+                options.command = command;
             }
-        } else if (equals != std::string::npos) {
-            return fail(name + " takes no value");
         }
-        std::string error = applyOption(options, name, value);
-        if (!error.empty()) {
-            return fail(std::move(error));
+        if (options.command == Command::Set) {
+            options.channels = {setId};
         }
-        helpOrVersion = helpOrVersion || name == "--help" || name == "-h" || name == "--version";
+        const bool streams = options.command == Command::Watch || options.command == Command::Push;
+        if (!streams && (options.count || options.duration)) {
+            throw CLI::ValidationError(options.count ? "--count" : "--seconds",
+                                       "applies to watch and push only");
+        }
+    });
+    if (const auto exitCode = tool::parseCommandLine(app, arguments, out, err)) {
+        return ParseResult{std::nullopt, *exitCode};
     }
-
-    // --help and --version win over everything else on the line.
-    if (helpOrVersion) {
-        return ParseResult{options, {}};
-    }
-    if (positional.empty()) {
-        return fail("no command given (get, set, watch or push)");
-    }
-    const std::vector<std::string> operands(positional.begin() + 1, positional.end());
-    std::string error = applyOperands(options, positional[0], operands);
-    if (!error.empty()) {
-        return fail(std::move(error));
-    }
-    return ParseResult{options, {}};
+    return ParseResult{options, 0};
 }
 
 std::optional<std::uint32_t> parseChannelId(const std::string& text) {
@@ -280,46 +273,28 @@ std::optional<std::chrono::milliseconds> parseDuration(const std::string& text) 
     return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(milliseconds));
 }
 
-std::optional<std::uint64_t> parseCount(const std::string& text) {
-    const auto value = parseUnsigned(text, 10, std::numeric_limits<std::uint64_t>::max());
-    if (!value || *value == 0) {
+std::optional<std::size_t> parseSize(const std::string& text) {
+    std::size_t digits = 0;
+    while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits]))) {
+        ++digits;
+    }
+    const std::string suffix = text.substr(digits);
+    std::size_t unit = 1;
+    if (suffix == "K" || suffix == "KiB") {
+        unit = 1024;
+    } else if (suffix == "M" || suffix == "MiB") {
+        unit = 1024 * 1024;
+    } else if (suffix == "G" || suffix == "GiB") {
+        unit = 1024 * 1024 * 1024;
+    } else if (!suffix.empty()) {
         return std::nullopt;
     }
-    return value;
-}
-
-std::optional<std::string> parsePort(const std::string& text) {
-    const auto value = parseUnsigned(text, 10, 65535);
-    if (!value || *value == 0) {
+    const auto number = tool::decimalNumber(text.substr(0, digits), 1,
+                                            std::numeric_limits<std::size_t>::max() / unit);
+    if (!number) {
         return std::nullopt;
     }
-    return std::to_string(*value);
-}
-
-std::string usageText() {
-    return "usage: chanlink [OPTIONS] COMMAND [ARGUMENTS]\n"
-           "\n"
-           "Commands:\n"
-           "  get ID...           print the values of the channels\n"
-           "  set ID HEXDATA      write the bytes to the channel\n"
-           "  watch ID...         subscribe and print each change as previous -> new\n"
-           "  push [ID...]        switch log push on and print the values pushed\n"
-           "                      (of the given channels, or of every channel)\n"
-           "\n"
-           "Options:\n"
-           "  --host HOST         device address (default localhost)\n"
-           "  --port PORT         device port (default 7300)\n"
-           "  --user USER         login user (default admin)\n"
-           "  --password PASS     login password (default $CHANLINK_PASSWORD, else secret)\n"
-           "  --timeout DURATION  limit for each wait (default 5s; e.g. 500ms, 2s, 1m)\n"
-           "  --count N           watch, push: stop after N lines\n"
-           "  --seconds DURATION  watch, push: stop after this long\n"
-           "  --json              one JSON object per line\n"
-           "  --help, --version\n"
-           "\n"
-           "IDs are decimal or 0x-hexadecimal; HEXDATA is byte pairs such as 0A0B0C0D.\n"
-           "Exit codes: 0 done, 1 operation refused, 2 usage, 3 connection failed,\n"
-           "4 login refused, 5 timed out, 130 interrupted.\n";
+    return static_cast<std::size_t>(*number) * unit;
 }
 
 }  // namespace cli

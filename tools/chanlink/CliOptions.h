@@ -1,27 +1,33 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
+
+#include "ToolDefaults.h"
 
 namespace cli {
 
 // What the command line asks for. Filled by parseArguments.
 struct Options {
-    enum class Command { Help, Version, Get, Set, Watch, Push };
+    enum class Command { Get, Set, Watch, Push };
 
-    Command command = Command::Help;
+    Command command = Command::Get;
     std::string host = "localhost";
-    std::string port = "7300";
+    std::string port = tool::DefaultPort;
     std::string user = "admin";
-    // Unset when --password was not given; main then takes CHANLINK_PASSWORD
-    // from the environment, or the device simulator's default "secret".
-    std::optional<std::string> password;
+    // --password, else $CHANLINK_PASSWORD, else the device simulator's default.
+    std::string password = "secret";
     // How long each wait may take: connecting and logging in, then the
     // answers to a get or a set, then the first values of a watch.
     std::chrono::milliseconds timeout{5000};
+    // Most bytes the device may leave undecoded (one unfinished frame)
+    // before the connection is closed.
+    std::size_t maxFrame = 16 * 1024 * 1024;
     bool json = false;
 
     // get, watch: one or more; set: exactly one; push: any number.
@@ -34,16 +40,18 @@ struct Options {
     std::optional<std::chrono::milliseconds> duration;
 };
 
-// The outcome of parsing: options, or a one-line error for the user.
+// The options, or the exit status when the command line ends the program.
 struct ParseResult {
     std::optional<Options> options;
-    std::string error;
+    int exitCode = 0;
 };
 
-// Parses the arguments after the program name. Options may come before or
-// after the command and its operands, as --name VALUE or --name=VALUE; "--"
-// ends the options. Any error names the offending argument.
-ParseResult parseArguments(const std::vector<std::string>& arguments);
+// Parses the arguments after the program name (docs/CLI.md). Options may
+// come before or after the command and its operands; "--" ends the options.
+// --help and --version print to out; a wrong command line prints one error
+// line to err and gives the usage exit status.
+ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostream& out,
+                           std::ostream& err);
 
 // A channel id: decimal, or hexadecimal after 0x (or 0X), up to 2^32 - 1.
 // Nothing else is accepted: no sign, no spaces, no trailing characters.
@@ -54,19 +62,14 @@ std::optional<std::uint32_t> parseChannelId(const std::string& text);
 // when there are no digits, an odd number of them, or another character.
 std::optional<std::vector<unsigned char>> parseHexData(const std::string& text);
 
+// A size in bytes, with an optional K, M or G suffix (powers of 1024; "KiB",
+// "MiB" and "GiB" too): "65536", "64K", "16MiB". At least 1.
+std::optional<std::size_t> parseSize(const std::string& text);
+
 // A positive duration: a decimal number, optionally with a fraction, and a
 // unit ms, s or m; seconds when there is none ("5", "500ms", "2s", "1.5s").
 // Rounded down to whole milliseconds; empty when that is zero, when it is
 // longer than a billion seconds, or when the text is anything else.
 std::optional<std::chrono::milliseconds> parseDuration(const std::string& text);
-
-// A positive decimal count; empty for zero, a sign, or anything else.
-std::optional<std::uint64_t> parseCount(const std::string& text);
-
-// A TCP port: decimal, 1 to 65535.
-std::optional<std::string> parsePort(const std::string& text);
-
-// The text of chanlink --help.
-std::string usageText();
 
 }  // namespace cli

@@ -17,11 +17,6 @@ enum class Format { Plain, Json };
 // no bytes. The same form that set accepts.
 std::string hexBytes(const std::vector<unsigned char>& bytes);
 
-// The text as a quoted JSON string. Quotes, backslashes and control
-// characters are escaped; bytes that are not valid UTF-8 become U+FFFD, so
-// the result is always valid JSON.
-std::string jsonString(const std::string& text);
-
 // "5s" for whole seconds, "500ms" otherwise.
 std::string describeDuration(std::chrono::milliseconds duration);
 

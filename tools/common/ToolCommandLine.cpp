@@ -1,0 +1,64 @@
+#include "ToolCommandLine.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace tool {
+
+std::optional<std::uint64_t> decimalNumber(const std::string& text, std::uint64_t lowest,
+                                           std::uint64_t highest) {
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    std::uint64_t value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') {
+            return std::nullopt;
+        }
+        const auto digit = static_cast<std::uint64_t>(c - '0');
+        if (value > (std::numeric_limits<std::uint64_t>::max() - digit) / 10) {
+            return std::nullopt;
+        }
+        value = value * 10 + digit;
+    }
+    if (value < lowest || value > highest) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<std::string> portNumber(const std::string& text, std::uint64_t lowest) {
+    const auto value = decimalNumber(text, lowest, 65535);
+    if (!value) {
+        return std::nullopt;
+    }
+    return std::to_string(*value);
+}
+
+std::optional<int> parseCommandLine(CLI::App& app, std::vector<std::string> arguments,
+                                    std::ostream& out, std::ostream& err) {
+    // CLI11 reads "--name=" as "--name" and takes the next argument as the
+    // value; an empty value is meant.
+    for (auto at = arguments.begin(); at != arguments.end() && *at != "--"; ++at) {
+        if (at->size() > 3 && at->compare(0, 2, "--") == 0 && at->back() == '=' &&
+            at->find('=') == at->size() - 1) {
+            at->pop_back();
+            at = arguments.insert(at + 1, std::string());
+        }
+    }
+    // CLI11 takes the arguments last first.
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        app.parse(arguments);
+    } catch (const CLI::Success& request) {
+        // --help or --version: printed to out, exit 0.
+        return app.exit(request, out, err);
+    } catch (const CLI::ParseError& error) {
+        const std::string name = app.get_name();
+        err << name << ": " << error.what() << " (see " << name << " --help)\n" << std::flush;
+        return UsageStatus;
+    }
+    return std::nullopt;
+}
+
+}  // namespace tool

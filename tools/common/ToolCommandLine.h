@@ -1,0 +1,47 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ToolDefaults.h"
+
+namespace tool {
+
+// A decimal number from lowest to highest: digits only, no sign, no 0x.
+std::optional<std::uint64_t> decimalNumber(const std::string& text, std::uint64_t lowest,
+                                           std::uint64_t highest);
+
+// A TCP port from lowest to 65535, as getaddrinfo wants it ("007" is "7").
+std::optional<std::string> portNumber(const std::string& text, std::uint64_t lowest);
+
+// Adds an option (or, for a name without dashes, a positional) whose text
+// parse turns into the value for target. Text that parse refuses is a usage
+// error "NAME: 'TEXT' is not WHAT".
+template <typename Target, typename Parse>
+CLI::Option* addParsed(CLI::App& app, const std::string& name, Target& target, Parse parse,
+                       const std::string& what, const std::string& help) {
+    return app.add_option_function<std::string>(
+        name,
+        [&target, parse, what, name](const std::string& text) {
+            auto value = parse(text);
+            if (!value) {
+                throw CLI::ValidationError(name, "'" + text + "' is not " + what);
+            }
+            target = std::move(*value);
+        },
+        help);
+}
+
+// Parses the arguments after the program name. Returns the exit status when
+// the program is to end now: 0 after printing --help or --version to out,
+// UsageStatus after printing one line "NAME: MESSAGE (see NAME --help)" to
+// err. Empty when the bound options are filled in and the program goes on.
+std::optional<int> parseCommandLine(CLI::App& app, std::vector<std::string> arguments,
+                                    std::ostream& out, std::ostream& err);
+
+}  // namespace tool
