@@ -94,3 +94,9 @@
 #include "chanlink/server/LiveChannel.h"
 #include "chanlink/server/MemoryChannelStore.h"
 #include "chanlink/server/MessageBacklog.h"
+
+// Capture to pcap files
+#include "chanlink/capture/CaptureStream.h"
+#include "chanlink/capture/CaptureTransport.h"
+#include "chanlink/capture/LoginRedactor.h"
+#include "chanlink/capture/PcapWriter.h"

@@ -158,6 +158,10 @@ std::size_t DeviceServer::poll(std::chrono::milliseconds timeout) {
     return connections.size();
 }
 
+void DeviceServer::setAcceptWrapper(TransportWrapper wrapper) {
+    acceptWrapper = std::move(wrapper);
+}
+
 void DeviceServer::setEventReceiver(std::shared_ptr<Receiver<DeviceEvent>> receiver) {
     events = std::move(receiver);
 }
@@ -236,7 +240,7 @@ void DeviceServer::acceptPending() {
         if (!transport) {
             return;
         }
-        adopt(std::move(transport));
+        adopt(acceptWrapper ? acceptWrapper(std::move(transport)) : std::move(transport));
     }
 }
 

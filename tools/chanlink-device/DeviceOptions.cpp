@@ -41,6 +41,15 @@ void DeviceOptions::addTo(CLI::App& app) {
     app.add_option("--channels", channelsFile,
                    "channel table to serve (default: the built-in table)")
         ->type_name("FILE");
+    tool::addParsed(
+        app, "--capture", captureFile,
+        [](const std::string& text) {
+            return text.empty() ? std::nullopt : std::optional<std::string>(text);
+        },
+        "a file name", "record every connection into FILE, a pcap file (passwords masked)")
+        ->type_name("FILE");
+    app.add_flag("--capture-credentials", captureCredentials,
+                 "with --capture: record login passwords as sent");
     app.add_flag("--print-channels", printChannels,
                  "print the channel table in file format and exit");
 }

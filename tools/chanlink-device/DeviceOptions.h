@@ -17,6 +17,8 @@ struct DeviceOptions {
     std::string password = "secret";
     std::size_t maxClients = 4;
     std::string channelsFile;  // empty: the built-in table
+    std::string captureFile;   // empty: no capture
+    bool captureCredentials = false;
     bool printChannels = false;
 
     // Declares every option, with its help line, on app, bound to these fields.

@@ -9,6 +9,7 @@
 #include "DeviceOptions.h"
 #include "StopSignal.h"
 #include "ToolCommandLine.h"
+#include "chanlink/capture/CaptureTransport.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/server/DeviceServer.h"
 
@@ -83,6 +84,21 @@ int main(int argc, char** argv) {
     DeviceServer server(store, settings);
     server.setEventReceiver(
         makeReceiver<DeviceEvent>([](const DeviceEvent& event) { say(event.describe()); }));
+    if (!options.captureFile.empty()) {
+        std::string error;
+        auto capture = PcapWriter::open(options.captureFile, error);
+        if (!capture) {
+            say(error);
+            return 2;
+        }
+        capture->setErrorHandler(say);
+        server.setAcceptWrapper(
+            [capture, credentials = options.captureCredentials](
+                std::shared_ptr<Transport> accepted) -> std::shared_ptr<Transport> {
+                return std::make_shared<CaptureTransport>(std::move(accepted), capture,
+                                                          CaptureStream::Side::Server, credentials);
+            });
+    }
 
     tool::installStopHandlers(server.getWakeDescriptor());
     if (!server.listen(options.port, options.host)) {

@@ -5,6 +5,7 @@
 
 #include "CliOutput.h"
 #include "StopSignal.h"
+#include "chanlink/capture/CaptureTransport.h"
 #include "chanlink/client/ClientSessionBuilder.h"
 #include "chanlink/flow/FunctionReceiver.h"
 
@@ -30,8 +31,19 @@ Connection::Connection(Options options) : options(std::move(options)) {
                 everConnected = true;
             }
         }));
+    std::shared_ptr<Transport> transport = tcp;
+    if (!this->options.captureFile.empty()) {
+        std::string error;
+        // A write error later is reported on standard error by the writer itself.
+        if (auto file = PcapWriter::open(this->options.captureFile, error)) {
+            transport = std::make_shared<CaptureTransport>(tcp, file, CaptureStream::Side::Client,
+                                                           this->options.captureCredentials);
+        } else {
+            captureFailure = {ExitCode::UsageError, error};
+        }
+    }
     clientSession = ClientSessionBuilder()
-                        .setTransport(tcp)
+                        .setTransport(transport)
                         .setUsername(this->options.user)
                         .setPassword(this->options.password)
                         .build();
@@ -47,6 +59,9 @@ Connection::~Connection() {
 }
 
 Failure Connection::open() {
+    if (captureFailure) {
+        return captureFailure;
+    }
     tcp->connect();
     if (!clientSession->initiateLogin()) {
         return {ExitCode::UsageError, "user name or password is too long"};

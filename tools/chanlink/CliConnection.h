@@ -74,6 +74,8 @@ private:
 
     Options options;
     std::shared_ptr<TCPClientTransport> tcp;
+    // Why the capture file could not be opened; open() reports it.
+    Failure captureFailure;
     std::shared_ptr<ClientSession> clientSession;
     // Every wait: ends on a closed connection, a stop signal or a frame
     // larger than --max-frame.

@@ -109,6 +109,7 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
     app.footer(Footer);
     app.formatter(std::make_shared<Formatter>());
 
+    // Also a file name: anything but empty.
     const auto host = [](const std::string& text) {
         return text.empty() ? std::nullopt : std::optional<std::string>(text);
     };
@@ -142,6 +143,11 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
                     "watch, push: stop after this long")
         ->type_name("DURATION");
     app.add_flag("--json", options.json, "one JSON object per line");
+    tool::addParsed(app, "--capture", options.captureFile, host, "a file name",
+                    "record the connection into FILE, a pcap file (password masked)")
+        ->type_name("FILE");
+    app.add_flag("--capture-credentials", options.captureCredentials,
+                 "with --capture: record the password as sent");
 
     const std::pair<Command, const char*> commands[] = {{Command::Get, "get"},
                                                         {Command::Set, "set"},

@@ -29,6 +29,10 @@ struct Options {
     // before the connection is closed.
     std::size_t maxFrame = 16 * 1024 * 1024;
     bool json = false;
+    // Records the connection into this pcap file when not empty.
+    std::string captureFile;
+    // Leaves the login password readable in the capture.
+    bool captureCredentials = false;
 
     // get, watch: one or more; set: exactly one; push: any number.
     std::vector<std::uint32_t> channels;

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -74,6 +75,13 @@ public:
     // pointer.
     unsigned int adopt(std::shared_ptr<Transport> transport);
 
+    // Replaces each accepted connection's transport by what wrapper makes of
+    // it (a capture, for example) before it is served. Empty: served as
+    // accepted. The wrapper should give back a transport that forwards its
+    // socket (a PollableTransport), or the connection cannot be waited on.
+    using TransportWrapper = std::function<std::shared_ptr<Transport>(std::shared_ptr<Transport>)>;
+    void setAcceptWrapper(TransportWrapper wrapper);
+
     // Waits until a socket is ready, the wake descriptor is written or the
     // timeout passes (a negative timeout waits without limit, 0 not at all),
     // then accepts new connections, answers what has arrived, writes what is
@@ -113,6 +121,7 @@ private:
     std::shared_ptr<Receiver<ChannelValue>> changeReceiver;
     std::shared_ptr<Receiver<DeviceEvent>> events;
     std::shared_ptr<Receiver<DeviceEvent>> eventForwarder;
+    TransportWrapper acceptWrapper;
     std::unique_ptr<TCPServerTransportBuilder> listener;
     std::vector<std::shared_ptr<DeviceConnection>> connections;
     std::vector<pollfd> waitList;

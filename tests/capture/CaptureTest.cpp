@@ -1,0 +1,133 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <tuple>
+
+#include "chanlink/capture/CaptureTransport.h"
+#include "support/Bytes.h"
+#include "support/TransportPair.h"
+
+using testing_support::Bytes;
+using testing_support::bytes;
+using testing_support::hex;
+
+namespace {
+
+std::uint32_t be(const Bytes& b, std::size_t at, int width) {
+    std::uint32_t value = 0;
+    for (int i = 0; i < width; ++i) {
+        value = value << 8 | b[at + i];
+    }
+    return value;
+}
+
+// Whether the Internet checksum over [from, to), plus extra, is right.
+bool checksumRight(const Bytes& b, std::size_t from, std::size_t to, std::uint32_t extra = 0) {
+    for (std::size_t i = from; i < to; i += 2) {
+        extra += b[i] << 8 | (i + 1 < to ? b[i + 1] : 0);
+    }
+    while (extra >> 16) {
+        extra = (extra & 0xFFFF) + (extra >> 16);
+    }
+    return extra == 0xFFFF;
+}
+
+}  // namespace
+
+// A connection without a socket, recorded through the wrapper: one run of
+// bytes each way, then the end. Every record must be a valid IPv4/TCP packet
+// continuing its direction's sequence numbers.
+TEST(Capture, PcapLayoutOfOneConnection) {
+    const std::string path = testing::TempDir() + "capture_layout.pcap";
+    std::string error;
+    {
+        auto file = PcapWriter::open(path, error);
+        ASSERT_TRUE(file) << error;
+        auto [client, device] = testing_support::makeTransportPair();
+        CaptureTransport capture(client, file, CaptureStream::Side::Client);
+        const Bytes request = bytes("FF 01 00 00 00 0B FE");
+        ASSERT_EQ(capture.write(request.data(), 7), 7);
+        device->write("\xAB\xCD", 2);
+        unsigned char buffer[8];
+        ASSERT_EQ(capture.read(buffer, 8), 2);
+    }
+    std::ifstream in(path, std::ios::binary);
+    const Bytes file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::remove(path.c_str());
+    ASSERT_GE(file.size(), 24u);
+    EXPECT_EQ(hex(Bytes(file.begin(), file.begin() + 24)),
+              "D4 C3 B2 A1 02 00 04 00 00 00 00 00 00 00 00 00 FF FF 00 00 65 00 00 00");
+
+    const std::vector<int> expectedFlags = {0x02, 0x12, 0x10, 0x18, 0x18, 0x11, 0x11, 0x10};
+    const std::vector<std::string> expectedData = {"",      "", "", "FF 01 00 00 00 0B FE",
+                                                   "AB CD", "", "", ""};
+    std::uint32_t next[2] = {0, 0};  // client, server; 0 until the SYN
+    std::size_t at = 24;
+    for (std::size_t n = 0; n < expectedFlags.size(); ++n) {
+        SCOPED_TRACE("record " + std::to_string(n));
+        ASSERT_LE(at + 16, file.size());
+        const std::uint32_t length = file[at + 8] | file[at + 9] << 8;
+        ASSERT_EQ(file[at + 12] | file[at + 13] << 8, static_cast<int>(length));
+        const Bytes p(file.begin() + at + 16, file.begin() + at + 16 + length);
+        at += 16 + length;
+
+        // Version 4, the length, TCP, 127.0.0.1 to 127.0.0.1.
+        EXPECT_EQ(std::make_tuple(int{p[0]}, be(p, 2, 2), int{p[9]}),
+                  std::make_tuple(0x45, length, 6));
+        EXPECT_TRUE(checksumRight(p, 0, 20));
+        EXPECT_EQ(hex(Bytes(p.begin() + 12, p.begin() + 20)), "7F 00 00 01 7F 00 00 01");
+        // The TCP checksum covers both addresses (7F00 0001 twice), the protocol and the length.
+        EXPECT_TRUE(checksumRight(p, 20, length, 0xFE02 + 6 + (length - 20)));
+
+        const bool fromClient = be(p, 20, 2) == 49152;
+        EXPECT_EQ(be(p, 20, 2) + be(p, 22, 2), 49152u + 7300u);
+        const int flags = p[33];
+        EXPECT_EQ(flags, expectedFlags[n]);
+        const std::uint32_t seq = be(p, 24, 4);
+        std::uint32_t& mine = next[fromClient ? 0 : 1];
+        if (flags & 0x02) {
+            mine = seq;
+        }
+        EXPECT_EQ(seq, mine);
+        if (flags & 0x10) {
+            EXPECT_EQ(be(p, 28, 4), next[fromClient ? 1 : 0]);
+        }
+        EXPECT_EQ(hex(Bytes(p.begin() + 40, p.end())), expectedData[n]);
+        mine += static_cast<std::uint32_t>(length - 40) + (flags & 0x03 ? 1 : 0);
+    }
+    EXPECT_EQ(at, file.size());
+}
+
+// What a capture shows of the client's bytes, given in pieces.
+TEST(Capture, LoginPasswordsAreMasked) {
+    const std::string login = "FF 0A 00 00 00 09 09 07 02 03 61 62 78 79 7A FE";
+    const std::string masked = "FF 0A 00 00 00 09 09 07 02 03 61 62 2A 2A 2A FE";
+    const std::string cut = "FF 0A 00 00 00 09 09 07 02 03 61 62 78";
+    const std::string stars = "FF 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A 2A";
+    // {the pieces, separated by '|'; what the capture shows}
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"01 FF 03 00 00 00 00 00 00 FE|FF|0A|00 00 00 09 09 07 02 03 61|62 78 79|7A|FE",
+         "01 FF 03 00 00 00 00 00 00 FE " + masked},
+        // The stuffed password byte FF (FD 02) becomes one '*'.
+        {"FF 07 00 00 00 09 09 07 00 02 FD 02 41 FE", "FF 07 00 00 00 09 09 07 00 02 2A 2A FE"},
+        // A login cut off by a new frame, and one unfinished at the end.
+        {cut + " " + login + "|" + cut, stars + " " + masked + " " + stars},
+    };
+    for (const auto& [pieces, shown] : cases) {
+        LoginRedactor redactor;
+        Bytes out;
+        std::istringstream in(pieces);
+        for (std::string piece; std::getline(in, piece, '|');) {
+            const Bytes taken = bytes(piece);
+            const Bytes given = redactor.take(taken.data(), taken.size());
+            out.insert(out.end(), given.begin(), given.end());
+        }
+        const Bytes rest = redactor.finish();
+        out.insert(out.end(), rest.begin(), rest.end());
+        EXPECT_EQ(hex(out), hex(bytes(shown))) << pieces;
+    }
+}
