@@ -8,13 +8,17 @@
 #   PRESET: valgrind (default, build/valgrind) or another preset without
 #   sanitizers, e.g. dev, to reuse a build that is already there (CI does).
 #
+# The Python module is built with the rest but not run here: valgrind would
+# watch the interpreter, not the library (the asan suite runs its tests).
+#
 # Each program runs whole, not test by test as `ctest -T memcheck` would, so
 # valgrind starts once per program instead of once per test case.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/require-packages.sh cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev valgrind \
-    libcli11-dev nlohmann-json3-dev libssl-dev openssl
+    libcli11-dev nlohmann-json3-dev pybind11-dev python3-pybind11 python3-dev \
+    libmosquitto-dev libssl-dev openssl
 
 preset="${1:-valgrind}"
 build="build/$preset"

@@ -12,6 +12,13 @@ endfunction()
 
 run(${CMAKE_COMMAND} --install "${BINARY_DIR}" --prefix "${prefix}")
 
+# The Python package, with its stubs, where the interpreter looks.
+if(PYTHON)
+    set(ENV{PYTHONPATH} "${prefix}/${PYTHON_DIR}")
+    run(${PYTHON} -c "import chanlink, pathlib; assert chanlink.reason_name(17) == 'UnknownChannel'; \
+assert pathlib.Path(chanlink.__file__).with_name('__init__.pyi').is_file()")
+endif()
+
 foreach(mode IN ITEMS find_package add_subdirectory)
     set(build "${WORK_DIR}/${mode}")
     run(${CMAKE_COMMAND} -S "${CONSUMER_DIR}" -B "${build}" -G "${GENERATOR}"

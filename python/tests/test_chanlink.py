@@ -1,0 +1,122 @@
+import socket
+import threading
+import time
+
+import pytest
+
+import chanlink
+from conftest import CHANNELS
+
+
+def poll_until(client, condition, seconds=10.0):
+    deadline = time.monotonic() + seconds
+    while not condition() and time.monotonic() < deadline:
+        client.poll(0.1)
+    return condition()
+
+
+def test_example(device, client):
+    assert client.get(2) == b"\x05\0\0\0"
+    values = client.get_many([1, 2, 99])
+    assert values[1] == b"\0\0\0\0" and values[2] == b"\x05\0\0\0"
+    assert isinstance(values[99], chanlink.Refused) and values[99].name == "UnknownChannel"
+    client.set(1, b"\x0a\0\0\0")
+    changes = []
+    for change in client.watch([1], count=2, seconds=5):
+        changes.append(change)
+        device.set(1, b"\x0b\0\0\0")
+    assert changes == [(1, None, b"\x0a\0\0\0"), (1, b"\x0a\0\0\0", b"\x0b\0\0\0")]
+    seen = []
+    client.subscribe(1, lambda channel, value: seen.append(value))
+    device.set(1, b"\x01\0\0\0")
+    assert poll_until(client, lambda: b"\x01\0\0\0" in seen)
+
+
+def test_callback_exception_reaches_poll(device, client):
+    def fail(channel, value):
+        raise KeyError(channel)
+    client.subscribe(1, fail)
+    with pytest.raises(KeyError):
+        poll_until(client, lambda: False)
+
+
+@pytest.mark.parametrize("call, name", [
+    (lambda c: c.get(99), "UnknownChannel"),
+    (lambda c: c.set(99, b"\0\0\0\0"), "UnknownChannel"),
+    (lambda c: c.set(2, b"\0\0\0\0"), "ReadOnlyChannel"),
+    (lambda c: c.set(1, b"\0"), "WrongDataSize"),
+])
+def test_refusals_by_name(client, call, name):
+    with pytest.raises(chanlink.Refused) as refused:
+        call(client)
+    assert refused.value.name == name == chanlink.reason_name(refused.value.reason)
+
+
+@pytest.mark.parametrize("password, max_clients, result", [("wrong", 4, 0), ("secret", 0, 2)])
+def test_login_refused(password, max_clients, result):
+    with chanlink.Device(CHANNELS, max_clients=max_clients) as dev:
+        with pytest.raises(chanlink.LoginRefused) as refused:
+            chanlink.Client("localhost", dev.port, "admin", password)
+    assert refused.value.result == result
+
+
+def test_timeout_against_silent_listener():
+    with socket.create_server(("127.0.0.1", 0)) as listener:
+        start = time.monotonic()
+        with pytest.raises(chanlink.Timeout):
+            chanlink.Client("127.0.0.1", listener.getsockname()[1], "admin", "secret",
+                            timeout=0.5)
+        assert time.monotonic() - start < 0.5 + 0.2
+
+
+def test_device_restart_under_subscribed_client(device, client):
+    seen = []
+    client.subscribe(1, lambda channel, value: seen.append(value))
+    device.close()
+    with chanlink.Device(CHANNELS, port=device.port) as restarted:
+        restarted.set(1, b"\x07\0\0\0")
+        assert poll_until(client, lambda: b"\x07\0\0\0" in seen)
+        assert client.get(1) == b"\x07\0\0\0"
+
+
+def test_gil_released_during_blocking_get(device, client):
+    device.close()
+    assert poll_until(client, lambda: client.state != "Ready")
+    count = 0
+    stop = threading.Event()
+
+    def spin():
+        nonlocal count
+        while not stop.is_set():
+            count += 1
+    thread = threading.Thread(target=spin)
+    thread.start()
+    before = count
+    with pytest.raises(chanlink.ConnectionFailed):
+        client.get(1, timeout=1.0)
+    progress = count - before
+    stop.set()
+    thread.join()
+    assert progress > 1000
+
+
+@pytest.mark.parametrize("call, error", [
+    (lambda c, d: c.get(-1), ValueError),
+    (lambda c, d: c.get(2**32), ValueError),
+    (lambda c, d: c.get("1"), TypeError),
+    (lambda c, d: c.get_many([1, -1]), ValueError),
+    (lambda c, d: c.set(1, "text"), TypeError),
+    (lambda c, d: c.set(1, 10), TypeError),
+    (lambda c, d: c.get(1, timeout=-1), ValueError),
+    (lambda c, d: c.subscribe(1, None), TypeError),
+    (lambda c, d: d.set(1, b"\0"), ValueError),
+    (lambda c, d: d.set(5, b"\0\0\0\0"), ValueError),
+    (lambda c, d: chanlink.Channel(1, size=0), ValueError),
+    (lambda c, d: chanlink.Channel(1, initial=b"\0"), ValueError),
+    (lambda c, d: chanlink.Device([1]), TypeError),
+    (lambda c, d: chanlink.Client("localhost", 70000, "admin", "secret"), ValueError),
+])
+def test_bad_arguments(device, client, call, error):
+    with pytest.raises(error):
+        call(client, device)
+    assert client.get(2) == b"\x05\0\0\0"
