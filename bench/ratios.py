@@ -32,3 +32,13 @@ session, raw = (time.get(name + "/real_time_median", time.get(name + "/real_time
                 for name in ("BM_RoundTripSessionGet", "BM_RoundTripRawPingPong"))
 if session and raw:
     show("get round trip: raw ping-pong time / session get time", raw / session)
+# With --benchmark_repetitions, the medians.
+def pick(name):
+    return time.get(name + "_median", time.get(name))
+
+
+tcp, tls = pick("BM_GetRoundTrip/0"), pick("BM_GetRoundTrip/1")
+if tcp and tls:
+    show("get round trip: TLS / plain TCP (target <= 1.5)", tls / tcp)
+if pick("BM_TlsHandshake"):
+    show("TLS handshake, ms", pick("BM_TlsHandshake") / 1e6)

@@ -19,7 +19,7 @@ case "$seconds" in
         ;;
 esac
 
-scripts/require-packages.sh cmake ninja-build clang-14 libclang-rt-14-dev
+scripts/require-packages.sh cmake ninja-build clang-14 libclang-rt-14-dev libssl-dev
 
 build=build/fuzz
 jobs="$(nproc 2>/dev/null || echo 2)"

@@ -17,7 +17,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/require-packages.sh cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev valgrind \
-    libcli11-dev nlohmann-json3-dev pybind11-dev python3-pybind11 python3-dev
+    libcli11-dev nlohmann-json3-dev pybind11-dev python3-pybind11 python3-dev \
+    libmosquitto-dev libssl-dev openssl
 
 preset="${1:-valgrind}"
 build="build/$preset"

@@ -25,6 +25,7 @@
 
 #include "FuzzCheck.h"
 #include "chanlink/client/ClientSessionBuilder.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/messages/ChannelValue.h"
 #include "chanlink/messages/ErrorResponse.h"
@@ -191,9 +192,19 @@ std::shared_ptr<const Message> makeResponse(Input& input) {
     }
 }
 
+// The bound every waiting helper applies, small enough for the fuzzer to
+// reach with an open frame of noise.
+constexpr std::size_t GuardLimit = 2048;
+
 void tick(ClientSession& session, ScriptedTransport& transport, Decoder& written,
           const Ledger& ledger) {
     session.tick();
+    // A guarded session never holds more than the bound plus one read, and
+    // holds nothing once the bound has cut the open frame off.
+    FUZZ_CHECK(session.getIncomingEndPoint()->undecodedBytes() <= GuardLimit + 1024);
+    if (SessionWaiter::exceedsUndecodedLimit(session, GuardLimit)) {
+        FUZZ_CHECK(session.getIncomingEndPoint()->undecodedBytes() == 0);
+    }
     checkWritten(transport, written, ledger);
 }
 

@@ -51,10 +51,15 @@ class Client:
     """
     def __init__(self, host: str, port: int, user: str, password: str, *,
                  timeout: float = 5.0, reconnect: bool = True,
-                 max_frame: int = 16777216) -> None:
+                 max_frame: int = 16777216, tls: bool = False, ca: Optional[str] = None,
+                 cert: Optional[str] = None, key: Optional[str] = None,
+                 insecure: bool = False) -> None:
         """Connects and logs in within timeout seconds (also every call's default).
 
-        Raises LoginRefused, Timeout or ConnectionFailed.
+        tls=True speaks TLS and verifies the device against the system's
+        certificates or ca (insecure=True skips that); cert and key are the
+        client's own for mutual TLS. Raises LoginRefused, Timeout or
+        ConnectionFailed (with the TLS reason when the handshake failed).
         """
     def get(self, channel: int, timeout: Optional[float] = None) -> bytes:
         """The channel's value. Raises Refused, Timeout or ConnectionFailed."""

@@ -15,6 +15,7 @@
 #include "ChangeWatch.h"
 #include "PythonClient.h"
 #include "PythonErrors.h"
+#include "PythonTls.h"
 #include "WatchBinding.h"
 #include "chanlink/client/SessionWaiter.h"
 #include "chanlink/messages/ReasonCode.h"
@@ -179,17 +180,50 @@ struct ClientBinding {
     }
 };
 
+// The optional path arguments of TLS: None, or a string.
+std::string optionalPath(const py::handle& value, const char* name) {
+    if (value.is_none()) {
+        return {};
+    }
+    if (!py::isinstance<py::str>(value)) {
+        throw py::type_error(std::string(name) + " must be a str path or None");
+    }
+    return value.cast<std::string>();
+}
+
+// The transports of a client: TCP, or TLS when asked for. The last TLS
+// transport made is kept so that a failed handshake can say why.
+ReconnectingClient::TransportFactory transportFactory(
+    const std::string& host, const std::string& service, bool tls, const py::handle& ca,
+    const py::handle& cert, const py::handle& key, bool insecure,
+    std::shared_ptr<std::shared_ptr<Transport>> last) {
+    const PythonTls::Options options{optionalPath(ca, "ca"), optionalPath(cert, "cert"),
+                                     optionalPath(key, "key"), insecure};
+    if (!tls) {
+        if (!options.ca.empty() || !options.cert.empty() || !options.key.empty() || insecure) {
+            throw py::value_error("ca, cert, key and insecure need tls=True");
+        }
+        return ReconnectingClient::tcpFactory(host, service);
+    }
+    return PythonTls::factory(host, service, options, std::move(last));
+}
+
 std::unique_ptr<ClientBinding> makeClient(const std::string& host, const py::handle& port,
                                           const std::string& user, const std::string& password,
                                           const py::handle& timeout, bool reconnect,
-                                          const py::handle& maxFrame) {
+                                          const py::handle& maxFrame, bool tls,
+                                          const py::handle& ca, const py::handle& cert,
+                                          const py::handle& key, bool insecure) {
     const std::string service = std::to_string(arguments::integer(port, "port", 1, 65535));
     const Milliseconds wait = arguments::timeout(timeout, Milliseconds::max());
     const auto frameLimit = arguments::integer(maxFrame, "max_frame", 0, SIZE_MAX);
+    auto last = std::make_shared<std::shared_ptr<Transport>>();
+    auto factory = transportFactory(host, service, tls, ca, cert, key, insecure, last);
     auto client = std::make_unique<ClientBinding>();
     client->timeout = wait;
-    client->core = std::make_shared<PythonClient>(host, service, user, password, reconnect,
-                                                  static_cast<std::size_t>(frameLimit));
+    client->core =
+        std::make_shared<PythonClient>(host + ":" + service, std::move(factory), user, password,
+                                       reconnect, static_cast<std::size_t>(frameLimit));
     const auto result = withoutGil([&] { return client->core->connect(wait); });
     raiseIfInterrupted();
     const std::string address = host + ":" + service;
@@ -202,9 +236,12 @@ std::unique_ptr<ClientBinding> makeClient(const std::string& host, const py::han
         case PythonClient::ConnectResult::NoLoginAnswer:
             PythonErrors::timeout("no answer to the login from " + address + " within " +
                                   describeSeconds(wait));
-        case PythonClient::ConnectResult::NoConnection:
-            PythonErrors::connectionFailed("cannot connect to " + address + " within " +
-                                           describeSeconds(wait));
+        case PythonClient::ConnectResult::NoConnection: {
+            const std::string reason = PythonTls::failureReason(*last);
+            PythonErrors::connectionFailed(
+                reason.empty() ? "cannot connect to " + address + " within " + describeSeconds(wait)
+                               : "cannot connect to " + address + ": " + reason);
+        }
     }
     return client;
 }
@@ -220,12 +257,16 @@ void defineClient(py::module_& m) {
         .def(py::init(&makeClient), py::arg("host"), py::arg("port"), py::arg("user"),
              py::arg("password"), py::kw_only(), py::arg("timeout") = 5.0,
              py::arg("reconnect") = true,
-             py::arg("max_frame") = SessionWaiter::DefaultMaxUndecodedBytes,
+             py::arg("max_frame") = SessionWaiter::DefaultMaxUndecodedBytes, py::arg("tls") = false,
+             py::arg("ca") = py::none(), py::arg("cert") = py::none(), py::arg("key") = py::none(),
+             py::arg("insecure") = false,
              "Connects and logs in within timeout seconds (also the default of every call; "
              "math.inf for no limit). Raises LoginRefused, Timeout (the login was not answered) "
              "or ConnectionFailed. reconnect=False ends the client at the first lost connection. "
              "max_frame: most bytes the device may send in one frame before the connection is "
-             "dropped (0: no bound).")
+             "dropped (0: no bound). tls=True speaks TLS, verifying the device against the "
+             "system's certificates or the ca file (insecure=True skips that); cert and key "
+             "are the client's own for mutual TLS.")
         .def("get", &ClientBinding::get, py::arg("channel"), py::arg("timeout") = py::none(),
              "The channel's value as bytes. Raises Refused, Timeout or ConnectionFailed.")
         .def("get_many", &ClientBinding::getMany, py::arg("channels"),

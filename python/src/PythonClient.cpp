@@ -27,12 +27,10 @@ Milliseconds remaining(Clock::time_point start, Milliseconds timeout) {
 
 }  // namespace
 
-PythonClient::PythonClient(const std::string& host, const std::string& port,
+PythonClient::PythonClient(const std::string& address, ReconnectingClient::TransportFactory factory,
                            const std::string& username, const std::string& password, bool reconnect,
                            std::size_t maxFrame)
-    : address(host + ":" + port),
-      reconnect(reconnect),
-      reconnecting(ReconnectingClient::tcpFactory(host, port), username, password) {
+    : address(address), reconnect(reconnect), reconnecting(std::move(factory), username, password) {
     reconnecting.setMaxUndecodedBytes(maxFrame);
     reconnecting.addLoginOutcomeReceiver(makeReceiver<LoginOutcome>([this](const LoginOutcome& o) {
         if (o.loginFailed() && !refusedLogin) {

@@ -45,8 +45,10 @@ public:
 
     // reconnect false: the client stops at the first lost connection.
     // maxFrame: undecoded bytes allowed from the device, 0 for no bound.
-    PythonClient(const std::string& host, const std::string& port, const std::string& username,
-                 const std::string& password, bool reconnect, std::size_t maxFrame);
+    // factory: the transports of the connection attempts (TCP or TLS).
+    PythonClient(const std::string& address, ReconnectingClient::TransportFactory factory,
+                 const std::string& username, const std::string& password, bool reconnect,
+                 std::size_t maxFrame);
 
     // Starts the client and ticks until it is logged in, refused, or the
     // time is up; afterwards the client is stopped unless Ready.

@@ -120,3 +120,12 @@ def test_bad_arguments(device, client, call, error):
     with pytest.raises(error):
         call(client, device)
     assert client.get(2) == b"\x05\0\0\0"
+
+
+def test_tls_arguments(device):
+    with pytest.raises(ValueError):
+        chanlink.Client("localhost", device.port, "admin", "secret", ca="ca.pem")
+    # A device that does not speak TLS never completes the handshake.
+    with pytest.raises(chanlink.ConnectionFailed):
+        chanlink.Client("127.0.0.1", device.port, "admin", "secret", timeout=2.0, tls=True,
+                        insecure=True, reconnect=False)

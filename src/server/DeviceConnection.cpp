@@ -1,5 +1,6 @@
 #include "chanlink/server/DeviceConnection.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "chanlink/endpoint/IncomingEndPoint.h"
@@ -41,7 +42,8 @@ std::shared_ptr<Receiver<Message>> route(Handler handler) {
 DeviceConnection::DeviceConnection(unsigned int id, std::shared_ptr<Transport> transport,
                                    std::shared_ptr<ChannelStore> store,
                                    const DeviceSettings& settings, LoginCheck loginCheck,
-                                   std::shared_ptr<Receiver<DeviceEvent>> events)
+                                   std::shared_ptr<Receiver<DeviceEvent>> events,
+                                   std::shared_ptr<ClientClock> clock)
     : id(id),
       transport(std::move(transport)),
       store(std::move(store)),
@@ -49,7 +51,13 @@ DeviceConnection::DeviceConnection(unsigned int id, std::shared_ptr<Transport> t
       maxBacklogBytes(settings.maxBacklogBytes),
       loginCheck(std::move(loginCheck)),
       events(std::move(events)),
+      clock(clock ? std::move(clock) : ClientClock::system()),
+      loginTimeout(settings.loginTimeout),
+      loginDelay(settings.loginDelay),
+      maxLoginDelay(settings.maxLoginDelay),
+      maxFailedLogins(settings.maxFailedLogins),
       decoder(std::make_shared<Decoder>()),
+      chain(MessageProductionChain::newDeviceInstance()),
       backlog(std::make_shared<MessageBacklog>()),
       requests(std::make_shared<Dispatcher<Message>>()) {
     requests->addReceiver(route<LoginRequest>([this](const LoginRequest& r) { onLogin(r); }));
@@ -60,18 +68,30 @@ DeviceConnection::DeviceConnection(unsigned int id, std::shared_ptr<Transport> t
         route<SubscriptionRequest>([this](const SubscriptionRequest& r) { onSubscription(r); }));
     requests->addReceiver(route<LogPushRequest>([this](const LogPushRequest& r) { onLogPush(r); }));
 
-    auto incoming =
-        std::make_shared<IncomingEndPoint>(ReadChunkBytes, decoder, this->transport,
-                                           MessageProductionChain::newDeviceInstance(), requests);
+    auto incoming = std::make_shared<IncomingEndPoint>(
+        ReadChunkBytes, decoder, this->transport, chain,
+        makeReceiver<Message>([this](const Message& request) { admit(request); }));
     outgoing = std::make_shared<OutgoingEndPoint>(WriteChunkBytes, this->transport,
                                                   std::make_shared<Encoder>(), backlog);
     session = std::make_unique<Session>(this->transport, incoming, outgoing);
+
+    const ClientClock::TimePoint now = this->clock->now();
+    loginAllowedAt = now;
+    if (loginTimeout.count() > 0) {
+        loginDeadline = now + loginTimeout;
+    }
 }
 
 DeviceConnection::~DeviceConnection() = default;
 
 void DeviceConnection::tick() {
     if (!isOpen()) {
+        return;
+    }
+    if (holdUntil) {
+        // Input stays unread until the held login is answered.
+        transport->tick();
+        outgoing->doWrite();
         return;
     }
     session->tick();
@@ -113,20 +133,52 @@ void DeviceConnection::close() {
     TransportPoll::close(*transport);
 }
 
+void DeviceConnection::checkTimers() {
+    if (!isOpen()) {
+        return;
+    }
+    const ClientClock::TimePoint now = clock->now();
+    if (holdUntil && now >= *holdUntil) {
+        release();
+    }
+    if (isOpen() && !loggedInNow && loginDeadline && now >= *loginDeadline) {
+        drop("without a login within " + std::to_string(loginTimeout.count()) + " ms");
+    }
+}
+
+std::optional<ClientClock::TimePoint> DeviceConnection::nextTimer() const {
+    if (!isOpen()) {
+        return std::nullopt;
+    }
+    std::optional<ClientClock::TimePoint> next = loggedInNow ? std::nullopt : loginDeadline;
+    if (holdUntil && (!next || *holdUntil < *next)) {
+        next = holdUntil;
+    }
+    return next;
+}
+
 bool DeviceConnection::isOpen() const {
     return dropReason.empty() && !TransportPoll::of(*transport).ended();
+}
+
+bool DeviceConnection::failed() const {
+    return TransportPoll::of(*transport).state == ConnectionOutcome::ConnectionFailed;
 }
 
 pollfd DeviceConnection::getPollDescriptor() const {
     if (!isOpen()) {
         return pollfd{-1, 0, 0};
     }
-    return TransportPoll::of(*transport).entry(wantsToWrite());
+    pollfd entry = TransportPoll::of(*transport).entry(wantsToWrite());
+    if (holdUntil) {
+        entry.events = static_cast<short>(entry.events & ~POLLIN);
+    }
+    return entry;
 }
 
 bool DeviceConnection::readyWithoutWaiting() const {
     const TransportPoll poll = TransportPoll::of(*transport);
-    return isOpen() && (!poll.hasSocket || poll.inputBuffered);
+    return isOpen() && !holdUntil && (!poll.hasSocket || poll.inputBuffered);
 }
 
 bool DeviceConnection::wantsToWrite() const {
@@ -150,14 +202,39 @@ void DeviceConnection::onLogin(const LoginRequest& request) {
     const LoginResponse::Result result = loginCheck(username, password);
     loggedInNow = result == LoginResponse::Success;
     send(LoginResponse::newInstance(result));
+    const ClientClock::TimePoint now = clock->now();
     if (loggedInNow) {
+        failedLogins = 0;
+        loginDeadline.reset();
         report(DeviceEvent::LoggedIn, username);
-    } else {
-        report(DeviceEvent::LoginRefused,
-               std::string(result == LoginResponse::TooManyConnections ? "(too many connections)"
-                                                                       : "(wrong credentials)") +
-                   " for " + username);
+        return;
     }
+    // The time without a login runs from the end of the last one; failed
+    // logins on a connection never logged in do not extend it.
+    if (!loginDeadline && loginTimeout.count() > 0) {
+        loginDeadline = now + loginTimeout;
+    }
+    report(DeviceEvent::LoginRefused,
+           std::string(result == LoginResponse::TooManyConnections ? "(too many connections)"
+                                                                   : "(wrong credentials)") +
+               " for " + username);
+    if (result != LoginResponse::Failure) {
+        return;
+    }
+    ++failedLogins;
+    if (maxFailedLogins != 0 && failedLogins >= maxFailedLogins) {
+        outgoing->doWrite();  // the refusal, if the socket takes it now
+        drop("after " + std::to_string(failedLogins) + " failed logins");
+        return;
+    }
+    // 100 ms, 200 ms, 400 ms, ... up to the cap: a guesser on one
+    // connection gets a handful of tries a minute, the others wait for
+    // nothing.
+    std::chrono::milliseconds delay = loginDelay;
+    for (unsigned int i = 1; i < failedLogins && delay < maxLoginDelay; ++i) {
+        delay *= 2;
+    }
+    loginAllowedAt = now + std::min(delay, maxLoginDelay);
 }
 
 void DeviceConnection::onGet(const GetRequest& request) {
@@ -247,6 +324,34 @@ void DeviceConnection::endLogin() {
     loggedInNow = false;
     logPush = false;
     subscriptions.clear();
+}
+
+void DeviceConnection::admit(const Message& request) {
+    if (!holdUntil && dynamic_cast<const LoginRequest*>(&request) != nullptr &&
+        clock->now() < loginAllowedAt) {
+        holdUntil = loginAllowedAt;
+    }
+    if (holdUntil) {
+        heldRequests.push_back(request.getPayload());
+        return;
+    }
+    requests->receive(request);
+}
+
+void DeviceConnection::release() {
+    holdUntil.reset();
+    std::vector<std::vector<unsigned char>> held;
+    held.swap(heldRequests);
+    for (const auto& payload : held) {
+        if (holdUntil || !isOpen()) {
+            heldRequests.push_back(payload);  // a later login waits again
+            continue;
+        }
+        if (const std::shared_ptr<const Message> request =
+                chain->produceMessageFromFrame(payload)) {
+            admit(*request);
+        }
+    }
 }
 
 void DeviceConnection::send(const std::shared_ptr<const Message>& message) {

@@ -56,7 +56,7 @@ int toPollTimeout(std::chrono::milliseconds timeout) {
 }  // namespace
 
 DeviceServer::DeviceServer(std::shared_ptr<ChannelStore> store, DeviceSettings settings)
-    : store(std::move(store)), settings(std::move(settings)) {
+    : store(std::move(store)), settings(std::move(settings)), clock(ClientClock::system()) {
     changeReceiver = makeReceiver<ChannelValue>([this](const ChannelValue& v) { onChange(v); });
     // Connections report through this, so a receiver set later hears them too.
     eventForwarder = makeReceiver<DeviceEvent>([this](const DeviceEvent& event) {
@@ -110,14 +110,27 @@ unsigned int DeviceServer::adopt(std::shared_ptr<Transport> transport) {
     }
     const unsigned int id = ++lastId;
     const std::string peer = peerAddress(TransportPoll::of(*transport).descriptor);
+    const std::size_t pending = static_cast<std::size_t>(
+        std::count_if(connections.begin(), connections.end(),
+                      [](const auto& c) { return c->isOpen() && !c->loggedIn(); }));
     connections.push_back(std::make_shared<DeviceConnection>(
         id, std::move(transport), store, settings,
         [this](const std::string& username, const std::string& password) {
             return checkLogin(username, password);
         },
-        eventForwarder));
+        eventForwarder, clock));
     report(DeviceEvent::Opened, id, peer);
+    if (settings.maxPending != 0 && pending >= settings.maxPending) {
+        // Reported as dropped when removed, at the end of this poll.
+        connections.back()->drop("at once: " + std::to_string(pending) +
+                                 " connections without a login (limit " +
+                                 std::to_string(settings.maxPending) + ")");
+    }
     return id;
+}
+
+void DeviceServer::setClock(std::shared_ptr<ClientClock> newClock) {
+    clock = newClock ? std::move(newClock) : ClientClock::system();
 }
 
 std::size_t DeviceServer::poll(std::chrono::milliseconds timeout) {
@@ -135,7 +148,7 @@ std::size_t DeviceServer::poll(std::chrono::milliseconds timeout) {
     const bool noWait = std::any_of(connections.begin(), connections.end(), [](const auto& c) {
         return !c->isOpen() || c->readyWithoutWaiting();
     });
-    const int ready = ::poll(waitList.data(), waitList.size(), noWait ? 0 : toPollTimeout(timeout));
+    const int ready = ::poll(waitList.data(), waitList.size(), noWait ? 0 : waitTimeout(timeout));
 
     if (ready >= 0) {
         if (waitList[0].revents != 0) {
@@ -152,8 +165,9 @@ std::size_t DeviceServer::poll(std::chrono::milliseconds timeout) {
         if (waitList[1].revents != 0) {
             acceptPending();
         }
-        flushAll();
     }
+    checkTimers();
+    flushAll();
     removeClosed();
     return connections.size();
 }
@@ -236,12 +250,39 @@ LoginResponse::Result DeviceServer::checkLogin(const std::string& username,
 
 void DeviceServer::acceptPending() {
     for (int i = 0; i < MaxAcceptsPerPoll; ++i) {
-        std::shared_ptr<TCPTransport> transport = listener->accept(0, 0);
-        if (!transport) {
+        std::shared_ptr<TCPTransport> accepted = listener->accept(0, 0);
+        if (!accepted) {
             return;
         }
+        std::shared_ptr<Transport> transport = accepted;
+        if (settings.wrapConnection) {
+            transport = settings.wrapConnection(accepted);
+        }
+        if (!transport) {
+            accepted->close();  // the wrapper refused it
+            continue;
+        }
+        // TLS first, so that a capture records the protocol's bytes.
         adopt(acceptWrapper ? acceptWrapper(std::move(transport)) : std::move(transport));
     }
+}
+
+void DeviceServer::checkTimers() {
+    for (const auto& connection : connections) {
+        connection->checkTimers();
+    }
+}
+
+int DeviceServer::waitTimeout(std::chrono::milliseconds timeout) const {
+    int result = toPollTimeout(timeout);
+    const ClientClock::TimePoint now = clock->now();
+    for (const auto& connection : connections) {
+        if (const auto next = connection->nextTimer()) {
+            const int due = toPollTimeout(ClientClock::remainingUntil(now, *next));
+            result = result < 0 ? due : std::min(result, due);
+        }
+    }
+    return result;
 }
 
 void DeviceServer::flushAll() {
@@ -256,9 +297,11 @@ void DeviceServer::removeClosed() {
     std::vector<std::shared_ptr<DeviceConnection>> gone(closed, connections.end());
     connections.erase(closed, connections.end());
     for (const auto& connection : gone) {
+        const bool failed = connection->failed();
         connection->close();
         if (connection->getDropReason().empty()) {
-            report(DeviceEvent::Closed, connection->getId(), "by the peer");
+            report(DeviceEvent::Closed, connection->getId(),
+                   failed ? "before it was set up (failed handshake)" : "by the peer");
         } else {
             report(DeviceEvent::Dropped, connection->getId(), connection->getDropReason());
         }

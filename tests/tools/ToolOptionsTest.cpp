@@ -41,13 +41,24 @@ std::string render(const cli::Options& o) {
     field(o.duration.has_value(), "seconds",
           o.duration.value_or(std::chrono::milliseconds()).count());
     field(o.json, "json", 1);
+    field(o.passwordOnCommandLine, "password-on-command-line", 1);
+    field(o.tls, "tls",
+          o.caFile + "," + o.certificateFile + "+" + o.keyFile + (o.insecure ? ",insecure" : ""));
     return text.str();
 }
 
 std::string render(const DeviceOptions& o) {
     return o.host + ":" + o.port + " " + o.user + "/" + o.password + " max " +
            std::to_string(o.maxClients) + " [" + o.channelsFile + "]" +
-           (o.printChannels ? " print" : "");
+           (o.printChannels ? " print" : "") +
+           (o.loginTimeout.count() != 10000
+                ? " login-timeout " + std::to_string(o.loginTimeout.count())
+                : "") +
+           (o.maxPending != 64 ? " max-pending " + std::to_string(o.maxPending) : "") +
+           (o.tlsCertificate.empty()
+                ? ""
+                : " tls " + o.tlsCertificate + "+" + o.tlsKey + " " + o.tlsClientCa) +
+           (o.passwordFile.empty() ? "" : " password-file " + o.passwordFile);
 }
 
 // Runs the row through parse, which gives the rendered options, or nothing
@@ -75,7 +86,7 @@ TEST(ToolOptions, ChanlinkCommandLines) {
         {{"--host", "::1", "get", "1", "--port=09000", "--json"},
          "get 1 host=::1 port=9000 json=1"},
         {{"set", "5", "de:ad be-ef", "--user", "u", "--password", "", "--timeout", "250ms"},
-         "set 5 data=DEADBEEF user=u password= timeout=250"},
+         "set 5 data=DEADBEEF user=u password= timeout=250 password-on-command-line=1"},
         {{"set", "0x3", "0x7f"}, "set 3 data=7F"},
         {{"watch", "2", "4", "--count", "3", "--seconds", "1.5"}, "watch 2,4 count=3 seconds=1500"},
         {{"--timeout=1m", "push"}, "push timeout=60000"},
@@ -103,6 +114,14 @@ TEST(ToolOptions, ChanlinkCommandLines) {
         {{"push", "--count", "0x3"}, "--count: '0x3' is not a positive count"},
         {{"get", "1", "--count", "2"}, "--count: applies to watch and push only"},
         {{"set", "1", "00", "--seconds", "2"}, "--seconds: applies to watch and push only"},
+        {{"get", "1", "--password-file", "/nonexistent/pw"},
+         "cannot read the password file /nonexistent/pw"},
+#ifdef CHANLINK_WITH_TLS
+        {{"--tls", "--ca", "ca.pem", "get", "1", "--cert", "c.pem", "--key", "k.pem"},
+         "get 1 tls=ca.pem,c.pem+k.pem"},
+        {{"get", "1", "--tls", "--cert", "c.pem"}, "--cert requires --key"},
+        {{"get", "1", "--insecure"}, "--ca, --cert, --key and --insecure need --tls"},
+#endif
     };
     for (const Row& row : rows) {
         check(row, "chanlink", [&row](std::ostream& err, int& exitCode) {
@@ -130,6 +149,13 @@ TEST(ToolOptions, DeviceCommandLines) {
         // The refusal of a long password does not repeat it.
         {{"--password", std::string(256, 'p')},
          "--password: at most 255 bytes, as a login carries it"},
+        {{"--login-timeout", "0", "--max-pending=5", "--password-file", "pw"},
+         ":7300 admin/secret max 4 [] login-timeout 0 max-pending 5 password-file pw"},
+#ifdef CHANLINK_WITH_TLS
+        {{"--tls-cert", "d.pem", "--tls-key", "d.key", "--tls-client-ca", "ca.pem"},
+         ":7300 admin/secret max 4 [] tls d.pem+d.key ca.pem"},
+        {{"--tls-key", "d.key"}, "--tls-key requires --tls-cert"},
+#endif
     };
     for (const Row& row : rows) {
         check(row, "chanlink-device", [&row](std::ostream& err, int& exitCode) {

@@ -36,7 +36,7 @@ fail() {
 
 # start_device [OPTION...]: starts chanlink-device on a free port; sets PORT.
 start_device() {
-    exec {device_fd}< <(exec "$device" --port 0 --host 127.0.0.1 "$@" 2>"$work/device.err")
+    exec {device_fd}< <(exec "$device" --port 0 --host 127.0.0.1 "$@" 2>>"$work/device.err")
     device_pid=$!
     background+=("$device_pid")
     local line
@@ -51,6 +51,7 @@ cli() {
     RC=$?
     OUT=$(cat "$work/out")
     ERR=$(cat "$work/cli.err")
+    cat "$work/out" "$work/cli.err" >>"$work/all-cli-output"
     [ "$RC" -ne 124 ] || fail "chanlink $* did not end within 10 s"
 }
 
@@ -83,6 +84,25 @@ expect() {  # expect WHAT EXPECTED ACTUAL
 
 expect_match() {  # expect_match WHAT REGEX ACTUAL
     [[ $3 =~ $2 ]] || fail "$1: '$3' does not match '$2'"
+}
+
+wait_for_log() {  # wait_for_log TEXT: until the device has logged TEXT (10 s)
+    for _ in $(seq 100); do
+        grep -qF -- "$1" "$work/device.err" && return 0
+        sleep 0.1
+    done
+    fail "the device never logged '$1'"
+}
+
+# Certificates made for the run and a password that must never show.
+tls_setup() {
+    certs=$work/certs
+    mkdir "$certs" && bash "$(dirname "$0")/../tls/make-certs.sh" "$certs" || fail "no certificates"
+    password='Zq7-not-in-any-log'
+    echo "$password" >"$work/password"
+    export CHANLINK_PASSWORD=$password
+    tls_device=(--tls-cert "$certs/device.pem" --tls-key "$certs/device.key"
+        --password-file "$work/password")
 }
 
 check_json() {  # check_json TEXT: every line one JSON object
@@ -155,9 +175,11 @@ login-refused)
     start_device
     cli get 1 --password wrong
     expect "wrong password rc" 4 "$RC"
-    expect "wrong password error" "chanlink: login as 'admin' refused (wrong user or password)" "$ERR"
+    expect "wrong password error" "chanlink: warning: other users of this machine can read --password; use --password-file or CHANLINK_PASSWORD
+chanlink: login as 'admin' refused (wrong user or password)" "$ERR"
     CHANLINK_PASSWORD=wrong cli get 1
     expect "password from the environment" 4 "$RC"
+    expect "no warning for the environment" "chanlink: login as 'admin' refused (wrong user or password)" "$ERR"
     cli get 1 --user someone
     expect "wrong user rc" 4 "$RC"
     ;;
@@ -230,6 +252,54 @@ usage)
     cli --help
     expect "help rc" 0 "$RC"
     expect_match "help text" "Usage: chanlink \\[OPTIONS\\] COMMAND" "$OUT"
+    ;;
+
+tls)
+    tls_setup
+    start_device "${tls_device[@]}"
+    cli --tls --ca "$certs/ca.pem" set 1 0A0B0C0D
+    expect "set over TLS" "1 set to 0A0B0C0D" "$OUT"
+    cli --tls --ca "$certs/ca.pem" watch 1 --count 1
+    expect "watch over TLS" "1 0A0B0C0D" "$OUT"
+    cli --tls --insecure get 1
+    expect "--insecure" "0 chanlink: warning: --insecure: the device's certificate is not checked" \
+        "$RC $ERR"
+    cli --tls --ca "$certs/otherca.pem" get 1
+    expect_match "wrong CA" "^3 chanlink: certificate verify failed: [^"$'\n'"]+$" "$RC $ERR"
+    wait_for_log "closed before it was set up (failed handshake)"
+    cli get 1
+    expect "plain TCP to the TLS port" 3 "$RC"
+    ;;
+
+hostile)
+    tls_setup
+    start_device "${tls_device[@]}" --login-timeout 1 --max-pending 2
+    exec {idle}<>"/dev/tcp/127.0.0.1/$PORT" {second}<>"/dev/tcp/127.0.0.1/$PORT"
+    wait_for_log "connection 2: opened"
+    exec {third}<>"/dev/tcp/127.0.0.1/$PORT"  # none of them says hello
+    wait_for_log "connection 3: dropped at once: 2 connections without a login (limit 2)"
+    wait_for_log "connection 1: dropped without a login within 1000 ms"
+    cli --tls --ca "$certs/ca.pem" get 1
+    expect "an honest client after the idle ones" 0 "$RC"
+    ;;
+
+secrets)
+    # Every tool path that logs or fails, the password from every source.
+    tls_setup
+    start_device "${tls_device[@]}"
+    cli --tls --ca "$certs/ca.pem" --json get 1 9999
+    cli --tls --ca "$certs/ca.pem" --password-file "$work/password" set 2 00
+    cli --tls --ca "$certs/ca.pem" --password "$password" get 1
+    expect_match "--password warns" "^chanlink: warning: other users" "$ERR"
+    CHANLINK_PASSWORD="$password-x" cli --tls --ca "$certs/ca.pem" get 1
+    expect "wrong password" 4 "$RC"
+    ERR=$(timeout 10 "$chanlink" --timeout 1 --host 192.0.2.1 get 1 2>&1 | tee -a "$work/all-cli-output")
+    expect_match "plain text warning" "sending the password unencrypted to 192.0.2.1; use --tls" "$ERR"
+    CHANLINK_DEVICE_PASSWORD=$password start_device --password "$password"
+    wait_for_log "warning: other users of this machine can read --password"
+    kill -TERM "${background[@]}" && wait "${background[@]}"
+    ! grep -F -- "$password" "$work/device.err" "$work/all-cli-output" ||
+        fail "the password shows in the output above"
     ;;
 
 *)

@@ -1,11 +1,12 @@
 #include "DeviceOptions.h"
 
+#include <chrono>
 #include <optional>
 
 #include "ToolCommandLine.h"
 
 void DeviceOptions::addTo(CLI::App& app) {
-    app.description("A simulated chanlink device: serves a table of channels over TCP.");
+    app.description("A simulated chanlink device: serves a table of channels over TCP or TLS.");
     app.footer(
         "Standard output: one line 'port N' once listening. Standard error: one line\n"
         "per connection event. SIGINT or SIGTERM stops the device (exit 0).\n"
@@ -32,9 +33,42 @@ void DeviceOptions::addTo(CLI::App& app) {
     app.add_option("--user", user, "username a client logs in with (default admin)")
         ->check(loginField)
         ->type_name("NAME");
-    app.add_option("--password", password, "password a client logs in with (default secret)")
+    app.add_option("--password", password,
+                   "password a client logs in with (default $CHANLINK_DEVICE_PASSWORD, else "
+                   "secret); other local users can read it here, prefer --password-file")
+        ->envname("CHANLINK_DEVICE_PASSWORD")
         ->check(loginField)
         ->type_name("TEXT");
+    app.add_option("--password-file", passwordFile, "read the password from the first line of FILE")
+        ->type_name("FILE");
+    tool::addParsed(
+        app, "--login-timeout", loginTimeout,
+        [](const std::string& text) -> std::optional<std::chrono::milliseconds> {
+            const auto seconds = tool::decimalNumber(text, 0, 86400);
+            return seconds ? std::optional<std::chrono::milliseconds>(
+                                 std::chrono::seconds(static_cast<long>(*seconds)))
+                           : std::nullopt;
+        },
+        "a number of seconds from 0 to 86400",
+        "drop a connection not logged in within this many seconds (default 10; 0: never)")
+        ->type_name("SECONDS");
+    tool::addParsed(app, "--max-pending", maxPending, clients, "a number from 0 to 1000000",
+                    "connections without a login at once; more are dropped (default 64; 0: "
+                    "no limit)")
+        ->type_name("N");
+#ifdef CHANLINK_WITH_TLS
+    CLI::Option* certificate =
+        app.add_option("--tls-cert", tlsCertificate, "serve TLS only, with this certificate (PEM)")
+            ->type_name("FILE");
+    CLI::Option* key =
+        app.add_option("--tls-key", tlsKey, "the key of --tls-cert (PEM)")->type_name("FILE");
+    certificate->needs(key);
+    key->needs(certificate);
+    app.add_option("--tls-client-ca", tlsClientCa,
+                   "accept only clients with a certificate issued by these CAs (PEM)")
+        ->needs(certificate)
+        ->type_name("FILE");
+#endif
     tool::addParsed(app, "--max-clients", maxClients, clients, "a number from 0 to 1000000",
                     "connections that may be logged in at once (default 4)")
         ->type_name("N");

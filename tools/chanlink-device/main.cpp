@@ -9,9 +9,13 @@
 #include "DeviceOptions.h"
 #include "StopSignal.h"
 #include "ToolCommandLine.h"
+#include "ToolSecrets.h"
 #include "chanlink/capture/CaptureTransport.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/server/DeviceServer.h"
+#ifdef CHANLINK_WITH_TLS
+#include "chanlink/tls.h"
+#endif
 
 namespace {
 
@@ -66,6 +70,18 @@ int main(int argc, char** argv) {
     if (const auto exitCode = tool::parseCommandLine(app, arguments, std::cout, std::cerr)) {
         return *exitCode;
     }
+    if (!options.passwordFile.empty()) {
+        std::string error;
+        const auto password = tool::readPasswordFile(options.passwordFile, error);
+        if (!password) {
+            say(error);
+            return tool::UsageStatus;
+        }
+        options.password = *password;
+    } else if (tool::hasOption(arguments, "--password")) {
+        say("warning: other users of this machine can read --password; use --password-file or "
+            "CHANLINK_DEVICE_PASSWORD");
+    }
     const auto channels = loadChannels(options);
     if (!channels) {
         return tool::UsageStatus;
@@ -81,6 +97,22 @@ int main(int argc, char** argv) {
     settings.username = options.user;
     settings.password = options.password;
     settings.maxLoggedIn = options.maxClients;
+    settings.loginTimeout = options.loginTimeout;
+    settings.maxPending = options.maxPending;
+    std::string transport;  // empty for plain TCP
+#ifdef CHANLINK_WITH_TLS
+    if (!options.tlsCertificate.empty()) {
+        std::string error;
+        const auto context = TLSContext::forServer(
+            {options.tlsCertificate, options.tlsKey, options.tlsClientCa}, error);
+        if (!context) {
+            say(error);
+            return tool::UsageStatus;
+        }
+        settings.wrapConnection = TLSServerTransport::wrapper(context);
+        transport = options.tlsClientCa.empty() ? "TLS" : "TLS with client certificates";
+    }
+#endif
     DeviceServer server(store, settings);
     server.setEventReceiver(
         makeReceiver<DeviceEvent>([](const DeviceEvent& event) { say(event.describe()); }));
@@ -108,7 +140,8 @@ int main(int argc, char** argv) {
     }
     std::cout << "port " << server.getListeningService() << std::endl;
     say("listening on port " + server.getListeningService() + " of " +
-        (options.host.empty() ? std::string("every local address") : options.host) + ", " +
+        (options.host.empty() ? std::string("every local address") : options.host) +
+        (transport.empty() ? std::string() : " over " + transport) + ", " +
         std::to_string(channels->size()) + " channels, up to " +
         std::to_string(options.maxClients) + " logged-in clients");
 

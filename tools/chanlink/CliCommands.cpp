@@ -9,6 +9,7 @@
 #include "CliConnection.h"
 #include "CliExitCode.h"
 #include "CliOutput.h"
+#include "ToolSecrets.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/processing/ChannelCache.h"
 
@@ -143,6 +144,18 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
             ++budget.used;
         }
     });
+    if (options.passwordOnCommandLine) {
+        err << "chanlink: warning: other users of this machine can read --password; use "
+               "--password-file or CHANLINK_PASSWORD\n";
+    }
+    if (options.tls && options.insecure) {
+        err << "chanlink: warning: --insecure: the device's certificate is not checked\n";
+    }
+    if (!options.tls && !tool::isLoopback(options.host)) {
+        err << "chanlink: warning: sending the password unencrypted to " << options.host
+            << "; use --tls\n";
+    }
+    err << std::flush;
     Connection connection(options);
     if (const Failure failure = connection.open()) {
         return print.fail(failure);

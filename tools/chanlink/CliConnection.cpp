@@ -24,20 +24,35 @@ std::string idList(const std::vector<std::uint32_t>& ids) {
 }  // namespace
 
 Connection::Connection(Options options) : options(std::move(options)) {
-    tcp = std::make_shared<TCPClientTransport>(
-        this->options.host, this->options.port,
-        makeReceiver<ConnectionOutcome>([this](const ConnectionOutcome& outcome) {
-            if (outcome.getState() == ConnectionOutcome::Connected) {
-                everConnected = true;
-            }
-        }));
-    std::shared_ptr<Transport> transport = tcp;
+    auto connected = makeReceiver<ConnectionOutcome>([this](const ConnectionOutcome& outcome) {
+        if (outcome.getState() == ConnectionOutcome::Connected) {
+            everConnected = true;
+        }
+    });
+    std::shared_ptr<Transport> transport;
+#ifdef CHANLINK_WITH_TLS
+    if (this->options.tls) {
+        TLSClientSettings settings;
+        settings.caFile = this->options.caFile;
+        settings.certificateFile = this->options.certificateFile;
+        settings.keyFile = this->options.keyFile;
+        settings.verifyPeer = !this->options.insecure;
+        tls = std::make_shared<TLSClientTransport>(this->options.host, this->options.port,
+                                                   connected, settings);
+        transport = tls;
+    }
+#endif
+    if (!transport) {
+        tcp =
+            std::make_shared<TCPClientTransport>(this->options.host, this->options.port, connected);
+        transport = tcp;
+    }
     if (!this->options.captureFile.empty()) {
         std::string error;
         // A write error later is reported on standard error by the writer itself.
         if (auto file = PcapWriter::open(this->options.captureFile, error)) {
-            transport = std::make_shared<CaptureTransport>(tcp, file, CaptureStream::Side::Client,
-                                                           this->options.captureCredentials);
+            transport = std::make_shared<CaptureTransport>(
+                transport, file, CaptureStream::Side::Client, this->options.captureCredentials);
         } else {
             captureFailure = {ExitCode::UsageError, error};
         }
@@ -55,6 +70,25 @@ Connection::Connection(Options options) : options(std::move(options)) {
 Connection::~Connection() {
     // The transport reports its closing to the receiver above, which must not
     // outlive this object: close while it still exists.
+    close();
+}
+
+ConnectionOutcome::ConnectionStates Connection::state() const {
+#ifdef CHANLINK_WITH_TLS
+    if (tls) {
+        return tls->state();
+    }
+#endif
+    return tcp->state();
+}
+
+void Connection::close() {
+#ifdef CHANLINK_WITH_TLS
+    if (tls) {
+        tls->close();
+        return;
+    }
+#endif
     tcp->close();
 }
 
@@ -62,7 +96,14 @@ Failure Connection::open() {
     if (captureFailure) {
         return captureFailure;
     }
-    tcp->connect();
+#ifdef CHANLINK_WITH_TLS
+    if (tls) {
+        tls->connect();
+    }
+#endif
+    if (tcp) {
+        tcp->connect();
+    }
     if (!clientSession->initiateLogin()) {
         return {ExitCode::UsageError, "user name or password is too long"};
     }
@@ -149,13 +190,22 @@ Failure Connection::stream(const std::function<bool()>& done,
 Failure Connection::waitFailure(Result result, const std::string& what) const {
     switch (result) {
         case Result::TimedOut:
-            if (tcp->state() != ConnectionOutcome::Connected) {
+            if (state() != ConnectionOutcome::Connected) {
                 return {ExitCode::TimedOut, "no connection to " + address() + " within " +
                                                 describeDuration(options.timeout)};
             }
             return {ExitCode::TimedOut,
                     "no answer to " + what + " within " + describeDuration(options.timeout)};
         case Result::ConnectionEnded:
+#ifdef CHANLINK_WITH_TLS
+            // "certificate verify failed: ...", or the device's alert.
+            if (tls && !tls->getFailureReason().empty()) {
+                return {ExitCode::ConnectionFailed,
+                        everConnected
+                            ? "connection to " + address() + " closed: " + tls->getFailureReason()
+                            : tls->getFailureReason()};
+            }
+#endif
             if (!everConnected) {
                 return {ExitCode::ConnectionFailed, "cannot connect to " + address()};
             }

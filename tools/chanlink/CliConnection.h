@@ -15,6 +15,9 @@
 #include "chanlink/client/SessionWaiter.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/transport/TCPClientTransport.h"
+#ifdef CHANLINK_WITH_TLS
+#include "chanlink/tls/TLSClientTransport.h"
+#endif
 
 namespace cli {
 
@@ -73,7 +76,14 @@ private:
     std::string address() const;
 
     Options options;
+    ConnectionOutcome::ConnectionStates state() const;
+    void close();
+
+    // One of the two, by options.tls.
     std::shared_ptr<TCPClientTransport> tcp;
+#ifdef CHANLINK_WITH_TLS
+    std::shared_ptr<TLSClientTransport> tls;
+#endif
     // Why the capture file could not be opened; open() reports it.
     Failure captureFailure;
     std::shared_ptr<ClientSession> clientSession;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "ToolCommandLine.h"
+#include "ToolSecrets.h"
 
 #ifndef CHANLINK_VERSION
 #define CHANLINK_VERSION "unknown"
@@ -126,9 +127,29 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
         ->type_name("PORT");
     app.add_option("--user", options.user, "login user (default admin)")->type_name("USER");
     app.add_option("--password", options.password,
-                   "login password (default $CHANLINK_PASSWORD, else secret)")
+                   "login password (default $CHANLINK_PASSWORD, else secret); other local "
+                   "users can read it here, prefer --password-file")
         ->envname("CHANLINK_PASSWORD")
         ->type_name("PASS");
+    std::string passwordFile;
+    app.add_option("--password-file", passwordFile,
+                   "read the login password from the first line of FILE")
+        ->type_name("FILE");
+#ifdef CHANLINK_WITH_TLS
+    app.add_flag("--tls", options.tls, "connect over TLS, checking the device's certificate");
+    app.add_option("--ca", options.caFile,
+                   "--tls: trust the CA certificates in FILE (default: the system's)")
+        ->type_name("FILE");
+    CLI::Option* certificate =
+        app.add_option("--cert", options.certificateFile, "--tls: client certificate (PEM)")
+            ->type_name("FILE");
+    CLI::Option* key =
+        app.add_option("--key", options.keyFile, "--tls: key of --cert (PEM)")->type_name("FILE");
+    certificate->needs(key);
+    key->needs(certificate);
+    app.add_flag("--insecure", options.insecure,
+                 "--tls: do not check the device's certificate (tests only)");
+#endif
     tool::addParsed(app, "--timeout", options.timeout, parseDuration, duration,
                     "limit for each wait (default 5s; e.g. 500ms, 2s, 1m)")
         ->type_name("DURATION");
@@ -195,6 +216,20 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
         }
         if (options.command == Command::Set) {
             options.channels = {setId};
+        }
+        if (!options.tls &&
+            (!options.caFile.empty() || !options.certificateFile.empty() || options.insecure)) {
+            throw CLI::ValidationError("--ca, --cert, --key and --insecure need --tls");
+        }
+        if (!passwordFile.empty()) {
+            std::string error;
+            const auto password = tool::readPasswordFile(passwordFile, error);
+            if (!password) {
+                throw CLI::ValidationError(error);
+            }
+            options.password = *password;
+        } else {
+            options.passwordOnCommandLine = tool::hasOption(arguments, "--password");
         }
         const bool streams = options.command == Command::Watch || options.command == Command::Push;
         if (!streams && (options.count || options.duration)) {

@@ -20,8 +20,19 @@ struct Options {
     std::string host = "localhost";
     std::string port = tool::DefaultPort;
     std::string user = "admin";
-    // --password, else $CHANLINK_PASSWORD, else the device simulator's default.
+    // --password-file's first line, else --password, else
+    // $CHANLINK_PASSWORD, else the device simulator's default.
     std::string password = "secret";
+    // The password came from the command line, where other users can read it.
+    bool passwordOnCommandLine = false;
+    // TLS (builds with chanlink_tls): verify the device against caFile or
+    // the system's store unless insecure; certificateFile and keyFile for a
+    // device that asks for a client certificate.
+    bool tls = false;
+    std::string caFile;
+    std::string certificateFile;
+    std::string keyFile;
+    bool insecure = false;
     // How long each wait may take: connecting and logging in, then the
     // answers to a get or a set, then the first values of a watch.
     std::chrono::milliseconds timeout{5000};

@@ -5,15 +5,18 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "chanlink/client/ClientClock.h"
 #include "chanlink/endpoint/Session.h"
 #include "chanlink/flow/Dispatcher.h"
 #include "chanlink/flow/Receiver.h"
 #include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/Message.h"
+#include "chanlink/messages/MessageProductionChain.h"
 #include "chanlink/server/ChannelStore.h"
 #include "chanlink/server/DeviceEvent.h"
 #include "chanlink/server/DeviceSettings.h"
@@ -46,10 +49,13 @@ public:
 
     // None of transport, store and loginCheck may be empty; events may be.
     // Only the limits of settings are used here. Any transport serves: TCP,
-    // TLS, a capturing wrapper or an in-memory one.
+    // TLS, a capturing wrapper or an in-memory one. The clock times the
+    // login timeout and the back-off after failed logins; an empty one is
+    // the system clock.
     DeviceConnection(unsigned int id, std::shared_ptr<Transport> transport,
                      std::shared_ptr<ChannelStore> store, const DeviceSettings& settings,
-                     LoginCheck loginCheck, std::shared_ptr<Receiver<DeviceEvent>> events);
+                     LoginCheck loginCheck, std::shared_ptr<Receiver<DeviceEvent>> events,
+                     std::shared_ptr<ClientClock> clock = nullptr);
     ~DeviceConnection();
 
     DeviceConnection(const DeviceConnection&) = delete;
@@ -69,11 +75,25 @@ public:
     void pushChange(unsigned int channelId, const std::shared_ptr<const Message>& response);
     // Closes the transport. Nothing is reported.
     void close();
+    // Closes the transport and keeps reason as the drop reason.
+    void drop(std::string reason);
+    // Applies what is due by the clock's now: answers a held login (and what
+    // came after it) once its delay has passed, and drops a connection that
+    // has gone without a login for longer than the login timeout.
+    void checkTimers();
+    // When checkTimers() has work next, or nothing when it has none.
+    std::optional<ClientClock::TimePoint> nextTimer() const;
+    // A login waits out its back-off delay; the connection reads nothing
+    // meanwhile.
+    bool holdingLogin() const { return holdUntil.has_value(); }
 
     unsigned int getId() const { return id; }
     // Not dropped, and the transport has neither failed nor closed (a TLS
     // transport still in its handshake is open).
     bool isOpen() const;
+    // The transport failed to set up (a TLS handshake that failed, say)
+    // rather than being closed.
+    bool failed() const;
     bool loggedIn() const { return loggedInNow; }
     bool logPushOn() const { return logPush; }
     bool subscribedTo(unsigned int channelId) const { return subscriptions.count(channelId) != 0; }
@@ -102,8 +122,10 @@ private:
     void onLogPush(const LogPushRequest& request);
 
     void endLogin();
+    // Hands a request on, or keeps it while a login waits out its delay.
+    void admit(const Message& request);
+    void release();
     void send(const std::shared_ptr<const Message>& message);
-    void drop(std::string reason);
     void report(DeviceEvent::Kind kind, std::string detail);
 
     unsigned int id;
@@ -113,8 +135,14 @@ private:
     std::size_t maxBacklogBytes;
     LoginCheck loginCheck;
     std::shared_ptr<Receiver<DeviceEvent>> events;
+    std::shared_ptr<ClientClock> clock;
+    std::chrono::milliseconds loginTimeout;
+    std::chrono::milliseconds loginDelay;
+    std::chrono::milliseconds maxLoginDelay;
+    unsigned int maxFailedLogins;
 
     std::shared_ptr<Decoder> decoder;
+    std::shared_ptr<MessageProductionChain> chain;
     std::shared_ptr<MessageBacklog> backlog;
     std::shared_ptr<OutgoingEndPoint> outgoing;
     std::shared_ptr<Dispatcher<Message>> requests;
@@ -128,4 +156,14 @@ private:
     bool answeringSet = false;
     std::vector<std::shared_ptr<const Message>> heldPushes;
     std::string dropReason;
+
+    // When the connection is dropped unless it logs in by then; nothing
+    // while logged in.
+    std::optional<ClientClock::TimePoint> loginDeadline;
+    unsigned int failedLogins = 0;
+    // Logins before this time wait for it; the requests from such a login on
+    // are kept, in order, until it is answered.
+    ClientClock::TimePoint loginAllowedAt;
+    std::optional<ClientClock::TimePoint> holdUntil;
+    std::vector<std::vector<unsigned char>> heldRequests;
 };

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "chanlink/client/ClientClock.h"
 #include "chanlink/flow/Receiver.h"
 #include "chanlink/messages/ChannelValue.h"
 #include "chanlink/server/ChannelStore.h"
@@ -49,6 +50,13 @@
 // Frames that are not a well-formed request are ignored. A connection is
 // dropped when it holds more undecoded input or leaves more output unread
 // than the settings allow; the others go on undisturbed.
+//
+// Against hostile clients (limits in DeviceSettings): a connection without a
+// login for settings.loginTimeout is dropped; after a failed login the
+// connection's next login is answered only after a delay that doubles per
+// failure, without holding up the others, and it is dropped after
+// settings.maxFailedLogins failures; beyond settings.maxPending connections
+// without a login, a new connection is dropped at once.
 class DeviceServer {
 public:
     // store may not be empty. The server hears of the store's changes from
@@ -70,9 +78,9 @@ public:
     // The port listened on, as decimal text; empty when not listening.
     std::string getListeningService() const;
 
-    // Serves an already connected transport as if it had been accepted.
-    // Returns the connection's id; 0 (and nothing is served) for an empty
-    // pointer.
+    // Serves an already connected transport as if it had been accepted
+    // (settings.wrapConnection is not applied). Returns the connection's id;
+    // 0 (and nothing is served) for an empty pointer.
     unsigned int adopt(std::shared_ptr<Transport> transport);
 
     // Replaces each accepted connection's transport by what wrapper makes of
@@ -96,6 +104,11 @@ public:
     // it could not be made.
     int getWakeDescriptor() const { return wakeWrite; }
 
+    // Where the login timeout and back-off take the time from, for the
+    // connections accepted from now on; the system clock by default (an
+    // empty pointer restores it). The poll waits themselves are real.
+    void setClock(std::shared_ptr<ClientClock> clock);
+
     // Receives one DeviceEvent per connection event. May be empty.
     void setEventReceiver(std::shared_ptr<Receiver<DeviceEvent>> receiver);
 
@@ -113,11 +126,15 @@ private:
     void acceptPending();
     void flushAll();
     void removeClosed();
+    void checkTimers();
+    // The timeout, shortened to the connections' next timer.
+    int waitTimeout(std::chrono::milliseconds timeout) const;
     void drainWake();
     void report(DeviceEvent::Kind kind, unsigned int id, std::string detail);
 
     std::shared_ptr<ChannelStore> store;
     DeviceSettings settings;
+    std::shared_ptr<ClientClock> clock;
     std::shared_ptr<Receiver<ChannelValue>> changeReceiver;
     std::shared_ptr<Receiver<DeviceEvent>> events;
     std::shared_ptr<Receiver<DeviceEvent>> eventForwarder;

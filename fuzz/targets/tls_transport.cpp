@@ -1,0 +1,132 @@
+// The TLS transports fed garbage by their peer, over TCP on ::1.
+//
+// Input: byte 0 selects the case, the rest is what the peer sends, raw.
+// 0: a device's TLSServerTransport gets it instead of a client hello;
+// 1: a TLSClientTransport gets it as the device's answer to its hello;
+// 2: a client and a device complete a real handshake, then the client gets
+//    the bytes from the device's socket in the middle of the TLS stream.
+//
+// Invariants: a read never returns more than asked for; a transport fed
+// garbage ends (fails or closes) by the peer's end of stream at the latest,
+// says why in one line and asks to be waited on no more; and every call
+// returns (no call waits for the peer).
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FuzzCheck.h"
+#include "chanlink/tls.h"
+#include "chanlink/transport/TCPClientTransport.h"
+#include "chanlink/transport/TCPServerTransportBuilder.h"
+
+namespace {
+
+constexpr int Rounds = 64;
+
+// The device's context, with certificates made once per run.
+std::shared_ptr<TLSContext> deviceContext() {
+    static const std::shared_ptr<TLSContext> context = [] {
+        char directory[] = "/tmp/chanlink-fuzz-XXXXXX";
+        FUZZ_CHECK(::mkdtemp(directory) != nullptr);
+        const std::string made = directory;
+        FUZZ_CHECK(std::system(("bash " CHANLINK_MAKE_CERTS " " + made).c_str()) == 0);
+        std::string error;
+        auto loaded =
+            TLSContext::forServer({made + "/device.pem", made + "/device.key", ""}, error);
+        FUZZ_CHECK(std::system(("rm -rf " + made).c_str()) == 0 && loaded != nullptr);
+        return loaded;
+    }();
+    return context;
+}
+
+TCPServerTransportBuilder& listener() {
+    static TCPServerTransportBuilder builder("0", "::1");
+    return builder;
+}
+
+std::shared_ptr<TCPTransport> acceptOne() {
+    std::shared_ptr<TCPTransport> accepted = listener().accept(1, 0);
+    FUZZ_CHECK(accepted != nullptr);
+    return accepted;
+}
+
+// One read and a tick; true once the transport has failed or closed.
+bool step(TLSTransport& transport) {
+    unsigned char buffer[256];
+    transport.tick();
+    const int count = transport.read(buffer, sizeof buffer);
+    FUZZ_CHECK(count >= 0 && count <= static_cast<int>(sizeof buffer));
+    const TransportPoll poll = TransportPoll::of(transport);
+    if (!poll.ended()) {
+        return false;
+    }
+    FUZZ_CHECK(transport.getFailureReason().find('\n') == std::string::npos);
+    FUZZ_CHECK(poll.entry(true).fd == -1);
+    return true;
+}
+
+void waitOn(const TLSTransport& transport) {
+    pollfd entry = TransportPoll::of(transport).entry(false);
+    ::poll(&entry, 1, 10);
+}
+
+// Feeds garbage to transport until it gives up or has taken it all in.
+void feed(TLSTransport& transport, int peerSocket, const std::uint8_t* data, std::size_t size) {
+    // Inputs are at most a few KiB, which the socket buffers take whole; a
+    // transport that closed early refuses the rest, which cannot matter.
+    [[maybe_unused]] const ssize_t sent = ::send(peerSocket, data, size, MSG_NOSIGNAL);
+    ::shutdown(peerSocket, SHUT_WR);
+    for (int round = 0; round < Rounds && !step(transport); ++round) {
+        waitOn(transport);
+    }
+    // The peer's end of stream comes behind the garbage at the latest.
+    FUZZ_CHECK(TransportPoll::of(transport).ended());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size < 1 || !listener().isListening()) {
+        return 0;
+    }
+    const int which = data[0] % 3;
+    ++data;
+    --size;
+    if (which == 0) {
+        auto raw =
+            std::make_shared<TCPClientTransport>("::1", listener().getListeningService(), nullptr);
+        raw->connect();
+        TLSServerTransport device(acceptOne(), deviceContext());
+        FUZZ_CHECK(raw->blockingConnect() == ConnectionOutcome::Connected);
+        feed(device, raw->getSocket(), data, size);
+        return 0;
+    }
+    TLSClientSettings settings;
+    settings.verifyPeer = false;  // garbage gets past no check anyway
+    auto client = std::make_shared<TLSClientTransport>("::1", listener().getListeningService(),
+                                                       nullptr, settings);
+    client->connect();
+    std::shared_ptr<TCPTransport> accepted = acceptOne();
+    if (which == 1) {
+        feed(*client, accepted->getSocket(), data, size);
+        return 0;
+    }
+    TLSServerTransport device(accepted, deviceContext());
+    for (int round = 0; round < Rounds && (client->state() != ConnectionOutcome::Connected ||
+                                           device.state() != ConnectionOutcome::Connected);
+         ++round) {
+        step(*client);
+        step(device);
+        waitOn(*client);
+    }
+    FUZZ_CHECK(client->state() == ConnectionOutcome::Connected);
+    feed(*client, accepted->getSocket(), data, size);
+    return 0;
+}

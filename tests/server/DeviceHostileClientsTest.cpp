@@ -1,0 +1,62 @@
+// The device's back-off against a password guesser, on a manual clock so
+// that the test waits for no real time. The login timeout and the limit on
+// connections without a login are shown against the real device process
+// (tests/tools/cli_integration.sh, scenario hostile).
+#include <gtest/gtest.h>
+
+#include "DeviceHarness.h"
+#include "support/ManualClock.h"
+
+using std::chrono::milliseconds;
+using testing_support::DeviceHarness;
+using testing_support::ManualClock;
+
+namespace {
+
+const std::string Refused = "0F 00";
+const std::string Accepted = "0F 01";
+
+}  // namespace
+
+TEST(DeviceHostileClients, FailedLoginsAreAnsweredLaterEachTimeThenClosed) {
+    DeviceHarness device;
+    device.settings.maxLoginDelay = milliseconds(300);
+    device.start();
+    auto clock = std::make_shared<ManualClock>();
+    device.server->setClock(clock);
+    const auto advance = [&](milliseconds step) {
+        clock->advance(step);
+        device.server->poll(milliseconds(0));
+    };
+    auto guesser = device.connect();
+    auto honest = device.connect();
+    ASSERT_TRUE(guesser && honest);
+    const auto held = [&] { return device.server->findConnection(1)->holdingLogin(); };
+
+    // 100, 200, then the cap of 300 ms set above.
+    const milliseconds delays[] = {milliseconds(0), milliseconds(100), milliseconds(200),
+                                   milliseconds(300), milliseconds(300)};
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        SCOPED_TRACE(attempt);
+        guesser->send(LoginRequest::newInstance("admin", "guess"));
+        if (delays[attempt].count() > 0) {
+            ASSERT_TRUE(device.pumpUntil(held, {guesser.get()}));
+            if (attempt == 2) {
+                // Others are answered at once meanwhile.
+                EXPECT_EQ(device.login(*honest), Accepted);
+            }
+            advance(delays[attempt] - milliseconds(1));
+            EXPECT_TRUE(held());
+            EXPECT_EQ(guesser->receivedCount(), 0u);
+            advance(milliseconds(1));
+        }
+        if (attempt < 4) {
+            ASSERT_TRUE(
+                device.pumpUntil([&] { return guesser->receivedCount() == 1; }, {guesser.get()}));
+            EXPECT_EQ(guesser->take(), std::vector<std::string>{Refused});
+        }
+    }
+    EXPECT_TRUE(device.pumpUntil([&] { return guesser->closed(); }, {guesser.get()}));
+    EXPECT_EQ(device.events->received().back().describe(),
+              "connection 1: dropped after 5 failed logins");
+}

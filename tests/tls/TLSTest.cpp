@@ -1,0 +1,173 @@
+// chanlink_tls end to end: a ClientSession over TLSClientTransport against a
+// DeviceServer that wraps its connections in TLSServerTransport, both driven
+// from this thread. Certificates are made for the run by make-certs.sh.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "chanlink/client/ClientSessionBuilder.h"
+#include "chanlink/client/ReconnectingClient.h"
+#include "chanlink/server/DeviceServer.h"
+#include "chanlink/server/MemoryChannelStore.h"
+#include "chanlink/tls.h"
+#include "support/Eventually.h"
+#include "support/ManualClock.h"
+#include "support/RecordingReceiver.h"
+
+using testing_support::eventually;
+using testing_support::RecordingReceiver;
+using Bytes = std::vector<unsigned char>;
+
+namespace {
+
+std::string certificates;
+
+std::string file(const std::string& name) {
+    return certificates + "/" + name;
+}
+
+TLSClientSettings client(const std::string& ca, const std::string& name = "",
+                         const std::string& certificate = "") {
+    TLSClientSettings settings;
+    settings.caFile = file(ca);
+    settings.serverName = name;
+    if (!certificate.empty()) {
+        settings.certificateFile = file(certificate + ".pem");
+        settings.keyFile = file(certificate + ".key");
+    }
+    return settings;
+}
+
+class TLSTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        char pattern[] = "/tmp/chanlink-tls-XXXXXX";
+        certificates = ::mkdtemp(pattern) != nullptr ? pattern : "/nonexistent";
+        ASSERT_EQ(std::system(("bash " CHANLINK_MAKE_CERTS " " + certificates).c_str()), 0);
+    }
+    static void TearDownTestSuite() {
+        [[maybe_unused]] const int ignored = std::system(("rm -rf " + certificates).c_str());
+    }
+
+    // A device serving TLS with the named certificate; mutual: asks clients
+    // for a certificate issued by ca.
+    void startDevice(const std::string& certificate = "device", bool mutual = false) {
+        std::string error;
+        auto context = TLSContext::forServer(
+            {file(certificate + ".pem"), file(certificate + ".key"), mutual ? file("ca.pem") : ""},
+            error);
+        ASSERT_TRUE(context) << error;
+        store->addChannel(1, {0, 0, 0, 0}, false);
+        settings.username = "admin";
+        settings.password = "secret";
+        settings.wrapConnection = TLSServerTransport::wrapper(context);
+        server = std::make_unique<DeviceServer>(store, settings);
+        ASSERT_TRUE(server->listen("0", "127.0.0.1"));
+    }
+
+    // Connects and logs in; false once the transport has failed or closed.
+    bool login(const TLSClientSettings& tls) {
+        transport = std::make_shared<TLSClientTransport>("127.0.0.1", server->getListeningService(),
+                                                         nullptr, tls);
+        transport->connect();
+        session = ClientSessionBuilder()
+                      .setTransport(transport)
+                      .setUsername("admin")
+                      .setPassword("secret")
+                      .build();
+        session->initiateLogin();
+        pumpUntil([&] {
+            return session->getLoginState().loggedIn() || TransportPoll::of(*transport).ended();
+        });
+        return session->getLoginState().loggedIn();
+    }
+
+    template <typename Done>
+    bool pumpUntil(Done done) {
+        return eventually([&] {
+            server->poll(std::chrono::milliseconds(0));
+            session->tick();
+            return done();
+        });
+    }
+
+    std::shared_ptr<MemoryChannelStore> store = std::make_shared<MemoryChannelStore>();
+    DeviceSettings settings;
+    std::unique_ptr<DeviceServer> server;
+    std::shared_ptr<TLSClientTransport> transport;
+    std::shared_ptr<ClientSession> session;
+    const TLSClientSettings trusting = client("ca.pem");
+};
+
+}  // namespace
+
+TEST_F(TLSTest, SessionLogsInGetsSetsAndSubscribesOverTls) {
+    startDevice();
+    ASSERT_TRUE(login(trusting)) << transport->getFailureReason();
+
+    auto set = std::make_shared<RecordingReceiver<SetOutcome>>();
+    auto pushed = std::make_shared<RecordingReceiver<GetOutcome>>();
+    auto got = std::make_shared<RecordingReceiver<GetOutcome>>();
+    session->addSubscription(1, pushed);
+    session->setChannel(1, {1, 2, 3, 4}, set);
+    ASSERT_TRUE(pumpUntil([&] { return set->count() == 1 && pushed->count() >= 2; }));
+    session->requestChannel(1, got);
+    ASSERT_TRUE(pumpUntil([&] { return got->count() == 1; }));
+    EXPECT_TRUE(set->received()[0].getSuccess());
+    EXPECT_EQ(got->received()[0].getData(), (Bytes{1, 2, 3, 4}));
+    EXPECT_EQ(pushed->received().back().getData(), (Bytes{1, 2, 3, 4}));
+}
+
+TEST_F(TLSTest, DeviceIsVerifiedAndClientCertificatesAreRequiredWhenAskedFor) {
+    struct Case {
+        const char* deviceCertificate;
+        bool mutual;
+        TLSClientSettings client;
+        const char* refusal;  // empty: logs in
+    };
+    const Case cases[] = {
+        {"device", false, client("ca.pem", "localhost"), ""},
+        {"device", false, client("otherca.pem"), "verify failed: unable to get local issuer"},
+        {"expired", false, client("ca.pem"), "certificate verify failed: certificate has expired"},
+        {"device", false, client("ca.pem", "other.example"), "verify failed: hostname mismatch"},
+        {"device", true, client("ca.pem", "", "client"), ""},
+        {"device", true, client("ca.pem"), "certificate required"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.client.caFile + " " + c.client.serverName + c.deviceCertificate);
+        startDevice(c.deviceCertificate, c.mutual);
+        EXPECT_EQ(login(c.client), *c.refusal == '\0') << transport->getFailureReason();
+        EXPECT_NE(transport->getFailureReason().find(c.refusal), std::string::npos)
+            << transport->getFailureReason();
+    }
+}
+
+TEST_F(TLSTest, ReconnectingClientComesBackOverTls) {
+    startDevice();
+    const std::string port = server->getListeningService();
+    std::string error;
+    auto factory = TLSClientTransport::factory("127.0.0.1", port, trusting, error);
+    ASSERT_TRUE(factory) << error;
+    auto clock = std::make_shared<testing_support::ManualClock>();
+    ReconnectingClient client(factory, "admin", "secret", clock);
+    auto values = std::make_shared<RecordingReceiver<GetOutcome>>();
+    client.addSubscription(1, values);
+    const auto until = [&](auto condition) {
+        return eventually([&] {
+            client.tick();
+            server->poll(std::chrono::milliseconds(0));
+            return condition();
+        });
+    };
+    client.start();
+    ASSERT_TRUE(until([&] { return values->count() == 1; }));
+
+    server = std::make_unique<DeviceServer>(store, settings);  // the device restarts
+    ASSERT_TRUE(server->listen(port, "127.0.0.1"));
+    ASSERT_TRUE(until([&] { return client.getState() == ReconnectingClient::WaitingToReconnect; }));
+    store->update(1, {9, 9, 9, 9});
+    clock->advance(client.getRetryDelay());
+    ASSERT_TRUE(until([&] { return values->count() == 2; }));
+    EXPECT_EQ(values->received().back().getData(), (Bytes{9, 9, 9, 9}));
+}

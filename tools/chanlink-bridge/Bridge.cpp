@@ -1,0 +1,157 @@
+#include "Bridge.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "BridgePayload.h"
+
+namespace {
+
+// How long a stop waits for the broker to take the offline statuses.
+constexpr std::chrono::seconds StopLimit{3};
+
+}  // namespace
+
+Bridge::Bridge(BridgeConfig config, Log log)
+    : config(std::move(config)),
+      log(std::move(log)),
+      prefix(this->config.broker.topicPrefix + "/"),
+      broker(this->config.broker, prefix + "bridge/" + this->config.broker.clientId + "/status",
+             this->log) {
+    for (const DeviceConfig& device : this->config.devices) {
+        devices.push_back(std::make_unique<DeviceLink>(
+            device,
+            [this](const std::string& topic, const std::string& payload, bool retain) {
+                publishBelowPrefix(topic, payload, retain);
+            },
+            this->log));
+        byName[device.name] = devices.back().get();
+        broker.subscribe(prefix + device.name + "/+/set");
+    }
+    broker.setConnectedHandler([this] { onConnected(); });
+    broker.setMessageHandler([this](const std::string& topic, const std::string& payload) {
+        onMessage(topic, payload);
+    });
+}
+
+void Bridge::publishBelowPrefix(const std::string& topic, const std::string& payload, bool retain) {
+    broker.publish(prefix + topic, payload, retain && config.broker.retain);
+}
+
+void Bridge::onConnected() {
+    broker.publish(prefix + "bridge/" + config.broker.clientId + "/status", "online", true);
+    for (auto& device : devices) {
+        device->publishAll();
+    }
+}
+
+void Bridge::onMessage(const std::string& topic, const std::string& payload) {
+    // PREFIX/DEVICE/CHANNEL/set, the only topics subscribed to.
+    if (topic.compare(0, prefix.size(), prefix) != 0) {
+        return;
+    }
+    const std::string rest = topic.substr(prefix.size());
+    const std::size_t first = rest.find('/');
+    const std::size_t second = rest.find('/', first + 1);
+    if (first == std::string::npos || second == std::string::npos ||
+        rest.compare(second, std::string::npos, "/set") != 0) {
+        return;
+    }
+    auto device = byName.find(rest.substr(0, first));
+    if (device == byName.end()) {
+        return;
+    }
+    const std::string resultTopic = topic + "/result";
+    const auto reply = [this, resultTopic](const std::string& result) {
+        broker.publish(resultTopic, result, false);
+    };
+    const auto channelId =
+        BridgePayload::parseChannelLevel(rest.substr(first + 1, second - first - 1));
+    if (!channelId) {
+        reply(BridgePayload::setRejected("channel must be a decimal id from 0 to 4294967295"));
+        return;
+    }
+    std::string error;
+    const auto data = BridgePayload::parseSet(payload, error);
+    if (!data) {
+        reply(BridgePayload::setRejected(error));
+        return;
+    }
+    device->second->set(*channelId, *data, reply);
+}
+
+int Bridge::run(int wakeDescriptor, const std::function<bool()>& stopRequested) {
+    using Clock = std::chrono::steady_clock;
+    std::string error;
+    if (!broker.start(error)) {
+        log(error);
+        return 1;
+    }
+    Clock::time_point now = Clock::now();
+    for (auto& device : devices) {
+        device->start(now);
+    }
+    log("bridging " + std::to_string(devices.size()) + " device(s) below " + prefix);
+
+    bool stopping = false;
+    Clock::time_point stopDeadline{};
+    std::vector<pollfd> watched(devices.size() + 2);
+    for (;;) {
+        now = Clock::now();
+        if (!stopping && stopRequested()) {
+            stopping = true;
+            stopDeadline = now + StopLimit;
+            // Each device reports itself offline as it stops.
+            for (auto& device : devices) {
+                device->stop();
+            }
+            broker.publish(prefix + "bridge/" + config.broker.clientId + "/status", "offline",
+                           true);
+        }
+        if (stopping && (broker.isDrained() || !broker.isConnected() || now >= stopDeadline)) {
+            break;
+        }
+
+        // The wake descriptor, the broker, then every device, each waited
+        // on for what its next step needs; the timeout is the earliest due
+        // time of any of them.
+        std::chrono::milliseconds timeout = broker.getTimeUntilDue(now);
+        watched[0] = pollfd{stopping ? -1 : wakeDescriptor, POLLIN, 0};
+        watched[1] = broker.getPollDescriptor();
+        for (std::size_t i = 0; i < devices.size(); ++i) {
+            watched[i + 2] = devices[i]->getPollDescriptor();
+            timeout = std::min(timeout, devices[i]->getTimeUntilDue(now));
+        }
+        if (stopping) {
+            timeout =
+                std::min(timeout, std::chrono::ceil<std::chrono::milliseconds>(stopDeadline - now));
+        }
+        const int timeoutMs =
+            timeout == std::chrono::milliseconds::max()
+                ? -1
+                : static_cast<int>(std::min<long long>(timeout.count(), 60 * 60 * 1000));
+        if (::poll(watched.data(), watched.size(), timeoutMs) < 0 && errno != EINTR) {
+            log(std::string("poll failed: ") + std::strerror(errno));
+            return 1;
+        }
+
+        now = Clock::now();
+        if (watched[0].fd >= 0 && (watched[0].revents & POLLIN) != 0) {
+            char drain[64];
+            [[maybe_unused]] const ssize_t got = ::read(wakeDescriptor, drain, sizeof drain);
+        }
+        broker.handle(watched[1].revents, now);
+        // After the broker: sets it brought are sent in the same round.
+        for (std::size_t i = 0; i < devices.size(); ++i) {
+            if (watched[i + 2].revents != 0 || devices[i]->getTimeUntilDue(now).count() == 0) {
+                devices[i]->tick(now);
+            }
+        }
+    }
+    broker.disconnect();
+    return 0;
+}

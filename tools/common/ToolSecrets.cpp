@@ -1,0 +1,53 @@
+#include "ToolSecrets.h"
+
+#include <arpa/inet.h>
+
+#include <fstream>
+
+namespace tool {
+
+std::optional<std::string> readPasswordFile(const std::string& path, std::string& error) {
+    std::ifstream file(path, std::ios::binary);
+    std::string password;
+    if (!file || (!std::getline(file, password) && !file.eof())) {
+        error = "cannot read the password file " + path;
+        return std::nullopt;
+    }
+    if (!password.empty() && password.back() == '\r') {
+        password.pop_back();
+    }
+    // A login carries the password in one length byte.
+    if (password.size() > 255) {
+        error = "the password in " + path + " is longer than 255 bytes";
+        return std::nullopt;
+    }
+    return password;
+}
+
+bool hasOption(const std::vector<std::string>& arguments, const std::string& option) {
+    for (const std::string& argument : arguments) {
+        if (argument == "--") {
+            return false;
+        }
+        if (argument == option || argument.rfind(option + "=", 0) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool isLoopback(const std::string& host) {
+    if (host == "localhost" || host == "ip6-localhost") {
+        return true;
+    }
+    in_addr ipv4{};
+    if (::inet_pton(AF_INET, host.c_str(), &ipv4) == 1) {
+        return (ntohl(ipv4.s_addr) >> 24) == 127;
+    }
+    in6_addr ipv6{};
+    return ::inet_pton(AF_INET6, host.c_str(), &ipv6) == 1 &&
+           (IN6_IS_ADDR_LOOPBACK(&ipv6) ||
+            (IN6_IS_ADDR_V4MAPPED(&ipv6) && ipv6.s6_addr[12] == 127));
+}
+
+}  // namespace tool

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// The password in the first line of the file, without its line end. Empty,
+// with error set to one line naming the file (never its content), when the
+// file cannot be read or the password is longer than a login carries.
+std::optional<std::string> readPasswordFile(const std::string& path, std::string& error);
+
+// Whether the arguments give option (as "--name VALUE" or "--name=VALUE")
+// before any "--".
+bool hasOption(const std::vector<std::string>& arguments, const std::string& option);
+
+// A name or address that stays on this machine: localhost, 127.0.0.0/8, ::1.
+bool isLoopback(const std::string& host);
+
+}  // namespace tool
