@@ -40,13 +40,15 @@
 #include "chanlink/messages/SubscriptionRequest.h"
 #include "chanlink/messages/SubscriptionResponse.h"
 #include "chanlink/messages/UserAccountRequest.h"
-#include "chanlink/transport/Transport.h"
 #include "chanlink/wire/Decoder.h"
-#include "chanlink/wire/Encoder.h"
+#include "support/Frames.h"
+#include "support/ScriptedTransport.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+using testing_support::framed;
+using testing_support::ScriptedTransport;
 
 // The input, read front to back; zeros once it is used up.
 class Input {
@@ -80,37 +82,6 @@ private:
     const std::uint8_t* data;
     std::size_t size;
     std::size_t position = 0;
-};
-
-// The device end is the fuzz target: reads give what it fed, writes are kept.
-class FeedTransport : public Transport {
-public:
-    void feed(const Bytes& bytes) { incoming.insert(incoming.end(), bytes.begin(), bytes.end()); }
-    Bytes takeWritten() {
-        Bytes taken;
-        taken.swap(written);
-        return taken;
-    }
-
-    int read(void* buffer, int length) override {
-        int n = 0;
-        auto* out = static_cast<unsigned char*>(buffer);
-        while (n < length && !incoming.empty()) {
-            out[n++] = incoming.front();
-            incoming.pop_front();
-        }
-        return n;
-    }
-    int write(const void* buffer, int length) override {
-        const auto* bytes = static_cast<const unsigned char*>(buffer);
-        written.insert(written.end(), bytes, bytes + length);
-        return length;
-    }
-    void tick() override {}
-
-private:
-    std::deque<unsigned char> incoming;
-    Bytes written;
 };
 
 struct SetRecord {
@@ -165,7 +136,7 @@ const char* const Password = "secret";
 
 // Every frame written since the last check is a request the application
 // caused; before any successful login, only login requests.
-void checkWritten(FeedTransport& transport, Decoder& decoder, const Ledger& ledger) {
+void checkWritten(ScriptedTransport& transport, Decoder& decoder, const Ledger& ledger) {
     decoder.injectBytes(transport.takeWritten());
     static const Bytes login = LoginRequest::newInstance(Username, Password)->getPayload();
     while (decoder.hasFrames()) {
@@ -187,14 +158,6 @@ void checkWritten(FeedTransport& transport, Decoder& decoder, const Ledger& ledg
             FUZZ_CHECK(ids.size() == 1 && ledger.everSubscribed.count(ids[0]) == 1);
         }
     }
-}
-
-Bytes framed(const std::shared_ptr<const Message>& message) {
-    Bytes stream;
-    if (message) {
-        Encoder().injectFrame(message->getPayload(), stream);
-    }
-    return stream;
 }
 
 // A well-formed response of any kind, so that outcomes really arrive.
@@ -233,7 +196,7 @@ std::shared_ptr<const Message> makeResponse(Input& input) {
 // reach with an open frame of noise.
 constexpr std::size_t GuardLimit = 2048;
 
-void tick(ClientSession& session, FeedTransport& transport, Decoder& written,
+void tick(ClientSession& session, ScriptedTransport& transport, Decoder& written,
           const Ledger& ledger) {
     session.tick();
     // A guarded session never holds more than the bound plus one read, and
@@ -246,7 +209,7 @@ void tick(ClientSession& session, FeedTransport& transport, Decoder& written,
 }
 
 void run(Input& input, Ledger& ledger) {
-    auto transport = std::make_shared<FeedTransport>();
+    auto transport = std::make_shared<ScriptedTransport>();
     Decoder written;
     auto session = ClientSessionBuilder()
                        .setTransport(transport)

@@ -46,9 +46,11 @@
 #include "chanlink/server/DeviceServer.h"
 #include "chanlink/server/MemoryChannelStore.h"
 #include "chanlink/wire/Decoder.h"
-#include "chanlink/wire/Encoder.h"
+#include "support/Frames.h"
 
 namespace {
+
+using testing_support::framed;
 
 using Bytes = std::vector<unsigned char>;
 using MessagePtr = std::shared_ptr<const Message>;
@@ -62,12 +64,6 @@ constexpr std::size_t MaxPieces = 32;
 MessageProductionChain& responseChain() {
     static MessageProductionChain chain = *MessageProductionChain::newClientInstance();
     return chain;
-}
-
-Bytes framed(const MessagePtr& message) {
-    Bytes stream;
-    Encoder().injectFrame(message->getPayload(), stream);
-    return stream;
 }
 
 // The client's end of a socket pair; the device holds the other end.
@@ -209,8 +205,7 @@ std::vector<Bytes> cut(const std::uint8_t* data, std::size_t size) {
         for (std::size_t at = 2; at < size;) {
             const std::size_t length = std::min<std::size_t>(data[at], size - at - 1);
             const Bytes payload(data + at + 1, data + at + 1 + length);
-            pieces.push_back(Bytes());
-            Encoder().injectFrame(payload, pieces.back());
+            pieces.push_back(framed(payload));
             at += 1 + length;
         }
         return pieces;

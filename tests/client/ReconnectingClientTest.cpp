@@ -65,7 +65,9 @@ TEST(ReconnectingClient, SubscriptionsDeliverAgainAfterTheDeviceRestarts) {
     ASSERT_TRUE(f.device.listening());
     auto values = std::make_shared<RecordingReceiver<GetOutcome>>();
     auto pushed = std::make_shared<RecordingReceiver<GetOutcome>>();
+    auto also = std::make_shared<RecordingReceiver<GetOutcome>>();
     f.client.addSubscription(10, values);
+    f.client.addSubscription(10, also);
     f.client.addPushSubscription(11, pushed);
     EXPECT_EQ(f.client.getState(), ReconnectingClient::Stopped);
     f.client.start();
@@ -85,6 +87,8 @@ TEST(ReconnectingClient, SubscriptionsDeliverAgainAfterTheDeviceRestarts) {
     ASSERT_TRUE(f.until([&] { return f.device.peer()->received.size() == 5; }));
     EXPECT_EQ(f.client.outstanding(), 2u);
 
+    // A frame cut short by the device's end is gone with its connection.
+    f.device.peer()->sendBytes({0xFF, 0x10, 0x00, 0x00, 0x00, 0x0B, 0x01, 0x00, 0x0A});
     f.device.stop();
     ASSERT_TRUE(f.until([&] { return f.client.getState() != ReconnectingClient::Ready; }));
     EXPECT_EQ(f.client.getState(), ReconnectingClient::WaitingToReconnect);
@@ -119,11 +123,14 @@ TEST(ReconnectingClient, SubscriptionsDeliverAgainAfterTheDeviceRestarts) {
                       ReconnectingClient::Connecting, ReconnectingClient::LoggingIn,
                       ReconnectingClient::Ready}));
 
-    // Removing the last receivers unsubscribes on the device.
+    // Only removing a channel's last receiver unsubscribes on the device.
     f.client.removeSubscription(10, values);
+    f.client.removeSubscription(12, values);  // never subscribed
     f.client.removePushSubscription(11, pushed);
+    ASSERT_TRUE(f.until([&] { return f.device.peer()->received.size() == 4; }));
+    f.client.removeSubscription(10, also);
     ASSERT_TRUE(f.until([&] { return f.device.peer()->received.size() == 5; }));
-    EXPECT_EQ(f.device.peer()->opcodes(), (Codes{9, 3, 4, 3, 4}));
+    EXPECT_EQ(f.device.peer()->opcodes(), (Codes{9, 3, 4, 4, 3}));
 }
 
 TEST(ReconnectingClient, BacksOffExponentiallyUpToTheMaximumAndStartsOverAfterALogin) {

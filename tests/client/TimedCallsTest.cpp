@@ -3,58 +3,26 @@
 // whatever the device does, and leave nothing behind when they time out.
 #include <gtest/gtest.h>
 
-#include "chanlink/client/ClientSessionBuilder.h"
-#include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/messages/GetRequest.h"
 #include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/messages/SetResponse.h"
-#include "support/ManualClock.h"
-#include "support/ScriptedPeer.h"
-#include "support/TransportPair.h"
+#include "support/PairedSession.h"
 
 using namespace std::chrono_literals;
-using testing_support::ManualClock;
-using testing_support::ScriptedPeer;
+using Timed = testing_support::PairedSession;
 using Bytes = std::vector<unsigned char>;
 using Codes = std::vector<OpCode>;
 
 namespace {
 
-// A device served inside each client tick; each tick takes one millisecond.
-struct Timed {
-    explicit Timed(const std::string& username = "u") {
-        auto [client, device] = testing_support::makeTransportPair();
-        peer = std::make_unique<ScriptedPeer>(device);
-        peer->channels = {{3, {0x33}}, {7, {0x77}}};
-        client->onTick = [this] {
-            ++ticks;
-            clock->advance(1ms);
-            peer->serve();
-        };
-        session = ClientSessionBuilder()
-                      .setTransport(client)
-                      .setUsername(username)
-                      .setPassword("p")
-                      .build();
+int requestsOf(const Timed& t, OpCode code) {
+    int n = 0;
+    for (OpCode sent : t.device->opcodes()) {
+        n += sent == code ? 1 : 0;
     }
-    void silence(OpCode code) {
-        peer->handlers[code] = [](const Message&) {};
-    }
-    int requestsOf(OpCode code) const {
-        int n = 0;
-        for (OpCode sent : peer->opcodes()) {
-            n += sent == code ? 1 : 0;
-        }
-        return n;
-    }
-
-    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
-    SessionWaiter waiter{clock};
-    std::unique_ptr<ScriptedPeer> peer;
-    std::shared_ptr<ClientSession> session;
-    int ticks = 0;
-};
+    return n;
+}
 
 }  // namespace
 
@@ -69,7 +37,7 @@ TEST(TimedBlockingLogin, AnswersOrTimesOutLeavingTheLoginPending) {
     EXPECT_FALSE(silent.session->blockingLogin(20ms, silent.waiter).has_value());
     EXPECT_LE(silent.ticks, 21);
     EXPECT_TRUE(silent.session->getLoginState().loginPending());
-    silent.peer->send(LoginResponse::newInstance(LoginResponse::Success));
+    silent.device->send(LoginResponse::newInstance(LoginResponse::Success));
     silent.session->tick();  // a late answer still counts
     EXPECT_TRUE(silent.session->getLoginState().loggedIn());
 
@@ -96,21 +64,21 @@ TEST(TimedBlockingGet, ReturnsTheValueOrNothingWithinItsTimeAndLeavesNoWaitBehin
     EXPECT_FALSE(t.session->blockingGet(7, 0ms, t.waiter).has_value());
     EXPECT_EQ(t.ticks, 1);
     t.session->tick();  // the device reads the last request
-    EXPECT_EQ(t.requestsOf(GetRequest::Code), 22);
+    EXPECT_EQ(requestsOf(t, GetRequest::Code), 22);
 
     // Nothing waits for 7 any more: a new login asks for nothing, and a late
     // answer for it reaches nobody.
-    t.peer->received.clear();
+    t.device->received.clear();
     ASSERT_TRUE(t.session->blockingLogin(1000ms, t.waiter)->loggedIn());
     t.session->tick();
-    EXPECT_EQ(t.peer->opcodes(), Codes{9});
-    t.peer->push(7);
+    EXPECT_EQ(t.device->opcodes(), Codes{9});
+    t.device->push(7);
     t.session->tick();
 
-    t.peer->handlers.clear();
+    t.device->handlers.clear();
     const auto later = t.session->blockingGet(7, 1000ms, t.waiter);
     ASSERT_TRUE(later.has_value());
-    EXPECT_EQ(later->getData(), Bytes{0x77});
+    EXPECT_EQ(later->getData(), (Bytes{0x77, 0x07}));
 }
 
 TEST(TimedBlockingSet, ATimedOutSetIsWithdrawnIfUnsentAndOtherwiseStillHoldsTheQueue) {
@@ -120,7 +88,7 @@ TEST(TimedBlockingSet, ATimedOutSetIsWithdrawnIfUnsentAndOtherwiseStillHoldsTheQ
     EXPECT_EQ(t.session->blockingSet(3, Bytes(70000, 0), 1000ms, t.waiter), SetOutcome(3, 1));
 
     std::vector<unsigned int> unanswered;
-    t.peer->handlers[SetRequest::Code] = [&](const Message& request) {
+    t.device->handlers[SetRequest::Code] = [&](const Message& request) {
         unanswered.push_back(static_cast<const SetRequest&>(request).getChannelId());
     };
     t.ticks = 0;
@@ -132,11 +100,11 @@ TEST(TimedBlockingSet, ATimedOutSetIsWithdrawnIfUnsentAndOtherwiseStillHoldsTheQ
     EXPECT_EQ(unanswered, std::vector<unsigned int>{3});
 
     // The late answer ends the first set; the withdrawn one never leaves.
-    t.peer->handlers.clear();
-    t.peer->send(SetResponse::newInstance(3));
+    t.device->handlers.clear();
+    t.device->send(SetResponse::newInstance(3));
     EXPECT_EQ(t.session->blockingSet(7, {0x04}, 1000ms, t.waiter), SetOutcome(7, 255));
-    EXPECT_EQ(t.peer->channels[7], Bytes{0x04});
-    EXPECT_EQ(t.requestsOf(SetRequest::Code), 3);
+    EXPECT_EQ(t.device->channels[7], Bytes{0x04});
+    EXPECT_EQ(requestsOf(t, SetRequest::Code), 3);
 }
 
 TEST(TimedBlockingCalls, ACopiedSessionAnswersAtOnce) {

@@ -52,29 +52,6 @@ TEST(ChannelCache, GetChannelOfAnUnknownIdMakesAnEmptyEntry) {
     EXPECT_EQ(changes->received()[0].first, nullptr);
 }
 
-TEST(ChannelCache, AListenerRemovingItselfStillLetsTheReportFinish) {
-    ChannelCache cache;
-    struct OneShot : Receiver<ChannelCache::Change> {
-        void receive(const ChannelCache::Change&) override {
-            ++calls;
-            cache->removeReceiver(self.lock());
-        }
-        ChannelCache* cache = nullptr;
-        std::weak_ptr<OneShot> self;
-        int calls = 0;
-    };
-    auto oneShot = std::make_shared<OneShot>();
-    oneShot->cache = &cache;
-    oneShot->self = oneShot;
-    auto after = std::make_shared<Changes>();
-    cache.addReceiver(oneShot);
-    cache.addReceiver(after);
-    cache.receive(value(1, {0x01}));
-    cache.receive(value(1, {0x02}));
-    EXPECT_EQ(oneShot->calls, 1);
-    EXPECT_EQ(after->count(), 2u);
-}
-
 TEST(ChannelIdMappingTransform, RenamesMappedChannelsAndPassesTheRestThrough) {
     auto out = std::make_shared<Outcomes>();
     ChannelIdMappingTransform mapping(out);
@@ -108,27 +85,4 @@ TEST(BitfieldMultiplexedTransform, EmitsOneByteOutcomePerBitInAscendingOrder) {
     EXPECT_EQ(out->received(), (std::vector<GetOutcome>{value(1000, {0x00}), value(1006, {0x00}),
                                                         value(1007, {0x01}), GetOutcome(1001, 2),
                                                         GetOutcome(1003, 2)}));
-}
-
-TEST(ChannelProcessing, MappingIntoBitfieldIntoCacheAsAnApplicationChainsThem) {
-    auto cache = std::make_shared<ChannelCache>();
-    auto changes = std::make_shared<Changes>();
-    cache->addReceiver(changes);
-    auto split = std::make_shared<BitfieldMultiplexedTransform>(cache);
-    split->setBitfield(0, 500);
-    split->setBitfield(1, 501);
-    auto mapping = std::make_shared<ChannelIdMappingTransform>(split);
-    mapping->addMapping(40, 4000);
-
-    // As pushes of a status channel arrive, only bits that flip are reported.
-    for (unsigned char status : {0x00, 0x01, 0x01, 0x03, 0x02}) {
-        mapping->receive(value(40, {status}));
-    }
-    std::vector<std::pair<unsigned int, int>> flips;
-    for (const auto& change : changes->received()) {
-        flips.emplace_back(change.second->getChannelId(), change.second->getData().at(0));
-    }
-    EXPECT_EQ(flips, (std::vector<std::pair<unsigned int, int>>{
-                         {500, 0}, {501, 0}, {500, 1}, {501, 1}, {500, 0}}));
-    EXPECT_EQ(cache->getChannel(501)->getData(), Bytes{0x01});
 }

@@ -12,7 +12,8 @@ TEST(MemoryChannelStore, SetsRefuseEachFaultAndEveryWriteIsPublished) {
     MemoryChannelStore store;
     ASSERT_TRUE(store.addChannel(1, {0, 0}, false, "setpoint"));
     ASSERT_TRUE(store.addChannel(2, {7}, true));
-    EXPECT_FALSE(store.addChannel(3, Bytes(65536), false));
+    EXPECT_FALSE(store.addChannel(3, Bytes(MemoryChannelStore::MaxChannelSize + 1), false));
+    EXPECT_TRUE(store.addChannel(4, Bytes(MemoryChannelStore::MaxChannelSize), false));
     auto changes = std::make_shared<RecordingReceiver<ChannelValue>>();
     store.addChangeReceiver(changes);
 
@@ -30,7 +31,7 @@ TEST(MemoryChannelStore, SetsRefuseEachFaultAndEveryWriteIsPublished) {
     EXPECT_EQ(changes->received()[2], ChannelValue(2, {}, {8}));
     EXPECT_EQ(*store.getValue(1), ChannelValue(1, {}, {1, 2}));
     EXPECT_FALSE(store.getValue(9));
-    EXPECT_EQ(store.channelIds(), (std::vector<unsigned int>{1, 2}));
+    EXPECT_EQ(store.channelIds(), (std::vector<unsigned int>{1, 2, 4}));
     EXPECT_EQ(store.channelName(1), "setpoint");
     EXPECT_EQ(store.channelSize(2), std::optional<std::size_t>(1));
 

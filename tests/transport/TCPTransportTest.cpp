@@ -7,9 +7,10 @@
 #include "SocketFaults.h"
 #include "chanlink/transport/TCPClientTransport.h"
 #include "chanlink/transport/TCPServerTransportBuilder.h"
-#include "support/Eventually.h"
+#include "support/TcpPair.h"
 
 using testing_support::eventually;
+using testing_support::TcpPair;
 using States = ConnectionOutcome::ConnectionStates;
 
 namespace {
@@ -19,29 +20,6 @@ public:
     void receive(const ConnectionOutcome& outcome) override { states.push_back(outcome.state); }
     std::vector<States> states;
 };
-
-struct Connection {
-    std::shared_ptr<StateLog> clientLog = std::make_shared<StateLog>();
-    std::unique_ptr<TCPClientTransport> client;
-    std::shared_ptr<TCPTransport> server;
-};
-
-// A client connected to the listener, with the connect completed by tick().
-Connection connect(TCPServerTransportBuilder& listener, const std::string& host) {
-    Connection c;
-    c.client =
-        std::make_unique<TCPClientTransport>(host, listener.getListeningService(), c.clientLog);
-    c.client->connect();
-    EXPECT_TRUE(eventually([&] {
-        if (!c.server) {
-            c.server = listener.accept(0, 1000);
-        }
-        c.client->tick();
-        return c.server && c.client->state() == ConnectionOutcome::Connected;
-    })) << "connecting to "
-        << host;
-    return c;
-}
 
 std::string readSome(TCPTransport& transport, std::size_t wanted) {
     std::string received;
@@ -56,28 +34,24 @@ std::string readSome(TCPTransport& transport, std::size_t wanted) {
 
 }  // namespace
 
-TEST(TCPServerTransportBuilder, OneListenerServesIPv4AndIPv6ClientsBothWays) {
-    TCPServerTransportBuilder listener("0", "");
-    ASSERT_TRUE(listener.isListening());
-    const std::string port = listener.getListeningService();
-    ASSERT_FALSE(port.empty());
-    EXPECT_NE(std::stoi(port), 0);
-    EXPECT_EQ(listener.accept(0, 0), nullptr);  // nothing pending: null at once
-
+TEST(TCPServerTransportBuilder, ServesIPv4AndIPv6ClientsBothWays) {
     for (const std::string host : {"127.0.0.1", "::1"}) {
-        Connection c = connect(listener, host);
+        auto clientLog = std::make_shared<StateLog>();
+        TcpPair c(host, clientLog);
         ASSERT_TRUE(c.server) << host;
+        EXPECT_NE(std::stoi(c.listener.getListeningService()), 0);
+        EXPECT_EQ(c.listener.accept(0, 0), nullptr);  // nothing pending: null at once
         EXPECT_EQ(c.server->state(), ConnectionOutcome::Connected);
         EXPECT_GT(c.server->getSocket(), 0);
         // Each change reported once, ending in Connected.
-        ASSERT_FALSE(c.clientLog->states.empty());
-        EXPECT_EQ(c.clientLog->states.back(), ConnectionOutcome::Connected);
-        EXPECT_LE(c.clientLog->states.size(), 2u);
+        ASSERT_FALSE(clientLog->states.empty());
+        EXPECT_EQ(clientLog->states.back(), ConnectionOutcome::Connected);
+        EXPECT_LE(clientLog->states.size(), 2u);
 
         const int socketBefore = c.client->getSocket();
         c.client->connect();  // already connected: no new attempt, no report
         EXPECT_EQ(c.client->getSocket(), socketBefore);
-        EXPECT_LE(c.clientLog->states.size(), 2u);
+        EXPECT_LE(clientLog->states.size(), 2u);
 
         EXPECT_EQ(c.client->write("ping", 4), 4);
         EXPECT_EQ(readSome(*c.server, 4), "ping");
@@ -101,14 +75,13 @@ TEST(TCPClientTransport, WriteCompletesAPendingConnectAndSendsInTheSameCall) {
 }
 
 TEST(TCPTransport, PeerClosingIsReportedExactlyOnce) {
-    TCPServerTransportBuilder listener("0", "");
-    Connection c = connect(listener, "127.0.0.1");
+    auto clientLog = std::make_shared<StateLog>();
+    TcpPair c("127.0.0.1", clientLog);
     ASSERT_TRUE(c.server);
     auto serverLog = std::make_shared<StateLog>();
     c.server->setReceiver(serverLog);
     EXPECT_TRUE(serverLog->states.empty());  // setting a receiver reports nothing
 
-    auto clientLog = c.clientLog;
     c.client.reset();  // destruction closes and reports
     EXPECT_EQ(clientLog->states.back(), ConnectionOutcome::Closed);
 
@@ -151,8 +124,7 @@ TEST(TCPClientTransport, RefusedAndUnresolvableConnectionsFail) {
 }
 
 TEST(TCPTransport, AFullSocketTakesNothingWithoutBlockingAndLosesNothing) {
-    TCPServerTransportBuilder listener("0", "");
-    Connection c = connect(listener, "127.0.0.1");
+    TcpPair c;
     ASSERT_TRUE(c.server);
 
     std::vector<char> chunk(64 * 1024);
@@ -203,8 +175,7 @@ TEST(TCPServerTransportBuilder, APortInUseFailsToBindAndNeverAccepts) {
 }
 
 TEST(TCPTransport, RareSocketErrorsFollowTheirOwnRules) {
-    TCPServerTransportBuilder listener("0", "");
-    Connection c = connect(listener, "127.0.0.1");
+    TcpPair c;
     ASSERT_TRUE(c.server);
     auto log = std::make_shared<StateLog>();
     c.server->setReceiver(log);
@@ -230,8 +201,7 @@ TEST(TCPTransport, RareSocketErrorsFollowTheirOwnRules) {
     socket_faults::clear();
 
     // Nonsense lengths never reach the socket.
-    TCPServerTransportBuilder other("0", "");
-    Connection d = connect(other, "::1");
+    TcpPair d("::1");
     ASSERT_TRUE(d.server);
     EXPECT_EQ(d.server->read(buffer, 0), 0);
     EXPECT_EQ(d.server->read(buffer, -5), 0);

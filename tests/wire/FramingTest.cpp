@@ -3,18 +3,14 @@
 #include "chanlink/wire/Decoder.h"
 #include "chanlink/wire/Encoder.h"
 #include "support/Bytes.h"
+#include "support/Frames.h"
 
 using testing_support::bytes;
 using testing_support::Bytes;
+using testing_support::framed;
 using testing_support::hex;
 
 namespace {
-
-Bytes frame(const Bytes& payload) {
-    Bytes out;
-    Encoder().injectFrame(payload, out);
-    return out;
-}
 
 std::vector<Bytes> drain(Decoder& decoder) {
     std::vector<Bytes> frames;
@@ -27,12 +23,12 @@ std::vector<Bytes> drain(Decoder& decoder) {
 }  // namespace
 
 TEST(Encoder, FramesAndStuffsLengthAndPayload) {
-    EXPECT_EQ(hex(frame(bytes("0B"))), "FF 01 00 00 00 0B FE");
-    EXPECT_EQ(hex(frame(bytes("FF 00"))), "FF 02 00 00 00 FD 02 00 FE");
-    EXPECT_EQ(hex(frame(bytes("FD FE FF FC"))), "FF 04 00 00 00 FD 00 FD 01 FD 02 FC FE");
+    EXPECT_EQ(hex(framed(bytes("0B"))), "FF 01 00 00 00 0B FE");
+    EXPECT_EQ(hex(framed(bytes("FF 00"))), "FF 02 00 00 00 FD 02 00 FE");
+    EXPECT_EQ(hex(framed(bytes("FD FE FF FC"))), "FF 04 00 00 00 FD 00 FD 01 FD 02 FC FE");
 
     const Bytes long_payload(253, 0x11);
-    const Bytes encoded = frame(long_payload);
+    const Bytes encoded = framed(long_payload);
     EXPECT_EQ(Bytes(encoded.begin(), encoded.begin() + 6), bytes("FF FD 00 00 00 00"));
     EXPECT_EQ(encoded.size(), 1 + 5 + 253 + 1u);
 
@@ -43,7 +39,7 @@ TEST(Encoder, FramesAndStuffsLengthAndPayload) {
 
 TEST(Decoder, QueuesAFrameOnlyWhenItsEndMarkerArrives) {
     Decoder decoder;
-    const Bytes stream = frame(bytes("0B FF 01"));
+    const Bytes stream = framed(bytes("0B FF 01"));
     for (std::size_t i = 0; i + 1 < stream.size(); ++i) {
         decoder.injectBytes({stream[i]});
         EXPECT_FALSE(decoder.hasFrames()) << "after byte " << i;
@@ -58,14 +54,14 @@ TEST(Decoder, QueuesAFrameOnlyWhenItsEndMarkerArrives) {
 
 TEST(Decoder, KeepsStreamOrderAndSkipsOnlyTheBadCandidate) {
     Decoder decoder;
-    Bytes stream = frame(bytes("01"));
+    Bytes stream = framed(bytes("01"));
     for (const char* bad : {"FF 00 00 00 00 FE",           // length 0
                             "FF 02 00 00 00 0A 0B 0C FE",  // length says 2, carries 3
                             "FF FD 05 00 00 00 0B FE"}) {  // escape followed by 5
         const Bytes b = bytes(bad);
         stream.insert(stream.end(), b.begin(), b.end());
     }
-    const Bytes second = frame(bytes("02 FD"));
+    const Bytes second = framed(bytes("02 FD"));
     stream.insert(stream.end(), second.begin(), second.end());
     decoder.injectBytes(stream);
     EXPECT_EQ(drain(decoder), (std::vector<Bytes>{bytes("01"), bytes("02 FD")}));
@@ -103,13 +99,13 @@ TEST(Decoder, DropsNoiseButKeepsOneByteOfSlackBeforeAnOpenFrame) {
 
 TEST(Decoder, ResetDropsAHalfReceivedFrameAndQueuedFrames) {
     Decoder decoder;
-    decoder.injectBytes(frame(bytes("01")));
+    decoder.injectBytes(framed(bytes("01")));
     decoder.injectBytes(bytes("FF 01 00 00"));
     decoder.reset();
     EXPECT_TRUE(decoder.empty());
     EXPECT_FALSE(decoder.hasFrames());
     decoder.injectBytes(bytes("00 0B FE"));  // tail of the dropped frame is noise now
     EXPECT_TRUE(decoder.empty());
-    decoder.injectBytes(frame(bytes("02")));
+    decoder.injectBytes(framed(bytes("02")));
     EXPECT_EQ(drain(decoder), std::vector<Bytes>{bytes("02")});
 }
