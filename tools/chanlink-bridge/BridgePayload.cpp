@@ -3,25 +3,13 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "ToolCommandLine.h"
 #include "chanlink/messages/ChannelValue.h"
 #include "chanlink/messages/ReasonCode.h"
 
 namespace BridgePayload {
 
 namespace {
-
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
 
 // The most data a set can carry: its length field is 16 bits.
 constexpr std::size_t MaxSetBytes = 65535;
@@ -36,7 +24,7 @@ std::optional<std::vector<unsigned char>> parseHex(const std::string& text, std:
             }
             continue;
         }
-        const int digit = hexDigit(c);
+        const int digit = tool::hexDigit(c);
         if (digit < 0) {
             error = "payload must be hex digits or {\"data\":\"HEX\"}";
             return std::nullopt;

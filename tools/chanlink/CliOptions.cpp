@@ -23,19 +23,6 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-int hexDigitValue(char c) {
-    if (isDigit(c)) {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 bool hasHexPrefix(const std::string& text) {
     return text.size() >= 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
 }
@@ -48,7 +35,7 @@ std::optional<std::uint64_t> parseUnsigned(const std::string& digits, unsigned i
     }
     std::uint64_t value = 0;
     for (char c : digits) {
-        const int digit = hexDigitValue(c);
+        const int digit = tool::hexDigit(c);
         if (digit < 0 || static_cast<unsigned int>(digit) >= base) {
             return std::nullopt;
         }
@@ -261,7 +248,7 @@ std::optional<std::vector<unsigned char>> parseHexData(const std::string& text) 
         if (high < 0 && (c == ' ' || c == ':' || c == '-')) {
             continue;
         }
-        const int digit = hexDigitValue(c);
+        const int digit = tool::hexDigit(c);
         if (digit < 0) {
             return std::nullopt;
         }

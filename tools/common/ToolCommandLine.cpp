@@ -5,6 +5,19 @@
 
 namespace tool {
 
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
 std::optional<std::uint64_t> decimalNumber(const std::string& text, std::uint64_t lowest,
                                            std::uint64_t highest) {
     if (text.empty()) {

@@ -12,6 +12,9 @@
 
 namespace tool {
 
+// The value of one hexadecimal digit (either case); -1 for any other character.
+int hexDigit(char c);
+
 // A decimal number from lowest to highest: digits only, no sign, no 0x.
 std::optional<std::uint64_t> decimalNumber(const std::string& text, std::uint64_t lowest,
                                            std::uint64_t highest);
