@@ -15,31 +15,14 @@ namespace {
 constexpr std::size_t MaxSetBytes = 65535;
 
 std::optional<std::vector<unsigned char>> parseHex(const std::string& text, std::string& error) {
-    std::vector<unsigned char> bytes;
-    int high = -1;
-    for (char c : text) {
-        if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
-            if (high >= 0) {
-                break;  // a blank inside a byte
-            }
-            continue;
-        }
-        const int digit = tool::hexDigit(c);
-        if (digit < 0) {
-            error = "payload must be hex digits or {\"data\":\"HEX\"}";
-            return std::nullopt;
-        }
-        if (high < 0) {
-            high = digit;
-        } else {
-            bytes.push_back(static_cast<unsigned char>(high * 16 + digit));
-            high = -1;
-        }
-    }
-    if (high >= 0) {
-        error = "hex data must have an even number of digits, two per byte";
+    bool oddDigits = false;
+    const auto parsed = tool::hexBytes(text, " \t\n\r", &oddDigits);
+    if (!parsed) {
+        error = oddDigits ? "hex data must have an even number of digits, two per byte"
+                          : "payload must be hex digits or {\"data\":\"HEX\"}";
         return std::nullopt;
     }
+    const std::vector<unsigned char>& bytes = *parsed;
     if (bytes.empty()) {
         error = "payload holds no data";
         return std::nullopt;

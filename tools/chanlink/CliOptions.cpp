@@ -241,25 +241,8 @@ std::optional<std::uint32_t> parseChannelId(const std::string& text) {
 }
 
 std::optional<std::vector<unsigned char>> parseHexData(const std::string& text) {
-    std::vector<unsigned char> bytes;
-    int high = -1;
-    for (std::size_t i = hasHexPrefix(text) ? 2 : 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (high < 0 && (c == ' ' || c == ':' || c == '-')) {
-            continue;
-        }
-        const int digit = tool::hexDigit(c);
-        if (digit < 0) {
-            return std::nullopt;
-        }
-        if (high < 0) {
-            high = digit;
-        } else {
-            bytes.push_back(static_cast<unsigned char>(high * 16 + digit));
-            high = -1;
-        }
-    }
-    if (bytes.empty() || high >= 0) {
+    auto bytes = tool::hexBytes(text.substr(hasHexPrefix(text) ? 2 : 0), " :-");
+    if (!bytes || bytes->empty()) {
         return std::nullopt;
     }
     return bytes;

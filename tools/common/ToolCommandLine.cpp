@@ -18,6 +18,37 @@ int hexDigit(char c) {
     return -1;
 }
 
+std::optional<std::vector<unsigned char>> hexBytes(const std::string& text,
+                                                   const std::string& separators, bool* oddDigits) {
+    std::vector<unsigned char> bytes;
+    int high = -1;
+    for (const char c : text) {
+        if (high < 0 && separators.find(c) != std::string::npos) {
+            continue;
+        }
+        const int digit = hexDigit(c);
+        if (digit < 0) {
+            if (oddDigits != nullptr) {
+                *oddDigits = high >= 0 && separators.find(c) != std::string::npos;
+            }
+            return std::nullopt;
+        }
+        if (high < 0) {
+            high = digit;
+        } else {
+            bytes.push_back(static_cast<unsigned char>(high * 16 + digit));
+            high = -1;
+        }
+    }
+    if (oddDigits != nullptr) {
+        *oddDigits = high >= 0;
+    }
+    if (high >= 0) {
+        return std::nullopt;
+    }
+    return bytes;
+}
+
 std::optional<std::uint64_t> decimalNumber(const std::string& text, std::uint64_t lowest,
                                            std::uint64_t highest) {
     if (text.empty()) {

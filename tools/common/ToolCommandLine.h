@@ -15,6 +15,13 @@ namespace tool {
 // The value of one hexadecimal digit (either case); -1 for any other character.
 int hexDigit(char c);
 
+// Bytes written as pairs of hexadecimal digits, with any of separators
+// allowed between (never inside) pairs. Empty when a character is neither,
+// or the digits are odd in number; oddDigits then says which.
+std::optional<std::vector<unsigned char>> hexBytes(const std::string& text,
+                                                   const std::string& separators,
+                                                   bool* oddDigits = nullptr);
+
 // A decimal number from lowest to highest: digits only, no sign, no 0x.
 std::optional<std::uint64_t> decimalNumber(const std::string& text, std::uint64_t lowest,
                                            std::uint64_t highest);
