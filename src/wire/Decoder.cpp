@@ -25,6 +25,11 @@ std::size_t findByte(const std::vector<unsigned char>& buffer, std::size_t from,
 Decoder::~Decoder() = default;
 
 void Decoder::injectBytes(const std::vector<unsigned char>& bytes) {
+    // Between calls the buffer holds no end marker after its first start
+    // marker (the loop below only stops when there is none), so the search
+    // for the open frame's end resumes where the new bytes begin: a large
+    // frame arriving in small pieces is scanned once, not once per piece.
+    const std::size_t searchedUpTo = receiveBuffer.size();
     receiveBuffer.insert(receiveBuffer.end(), bytes.begin(), bytes.end());
     const std::size_t size = receiveBuffer.size();
 
@@ -33,7 +38,7 @@ void Decoder::injectBytes(const std::vector<unsigned char>& bytes) {
     std::size_t start = findByte(receiveBuffer, 0, size, Encoder::StartMarker);
     while (start != size) {
         const std::size_t stop =
-            findByte(receiveBuffer, std::max(start + 1, endSearchFrom), size, Encoder::EndMarker);
+            findByte(receiveBuffer, std::max(start + 1, searchedUpTo), size, Encoder::EndMarker);
         if (stop == size) {
             break;  // incomplete: wait for more bytes
         }
@@ -46,7 +51,6 @@ void Decoder::injectBytes(const std::vector<unsigned char>& bytes) {
     if (start == size) {
         // No open frame: left-over end markers and noise go.
         receiveBuffer.clear();
-        endSearchFrom = 0;
         return;
     }
     // Keep the open frame and the one byte right before it. Peers see exactly
@@ -55,7 +59,6 @@ void Decoder::injectBytes(const std::vector<unsigned char>& bytes) {
         receiveBuffer.erase(receiveBuffer.begin(),
                             receiveBuffer.begin() + static_cast<std::ptrdiff_t>(start - 1));
     }
-    endSearchFrom = receiveBuffer.size();
 }
 
 void Decoder::acceptCandidate(std::size_t start, std::size_t stop) {
@@ -120,5 +123,4 @@ bool Decoder::empty() const {
 void Decoder::reset() {
     frames.clear();
     receiveBuffer.clear();
-    endSearchFrom = 0;
 }

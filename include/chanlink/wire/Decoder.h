@@ -44,7 +44,4 @@ private:
 
     std::vector<unsigned char> receiveBuffer;
     std::deque<std::vector<unsigned char>> frames;
-    // Where the search for an end marker resumes: the buffer holds none between
-    // the open frame's start marker and this index.
-    std::size_t endSearchFrom = 0;
 };
