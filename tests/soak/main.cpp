@@ -1,229 +1,211 @@
-// chanlink_soak: many clients against one running device, for a bounded
-// time, all in this one thread, driven by poll(). Client i uses channels
-// FIRST + i*PER .. FIRST + i*PER + PER-1, which must be read-write, 4 bytes
-// each, and used by no one else. scripts/soak.sh starts a chanlink-device
-// with such a table and runs this program against it.
+// chanlink_soak PORT CLIENTS SECONDS FIRST_CHANNEL PER_CLIENT DEVICE_PID RSS_LIMIT_KB
 //
-// Passes (exit 0) when every set was acknowledged, every read-back equalled
-// the value set, every value set came back through the subscription in
-// order, and the resident memory of this process (and of the device, with
-// --device-pid) grew by no more than the limit between the end of the
-// warm-up and the end of the run. Exit 1 otherwise, 2 on bad usage.
-//
-// Usage: chanlink_soak --port PORT [--host 127.0.0.1] [--clients 50]
-//            [--seconds 60] [--warmup SECONDS] [--channels-per-client 4]
-//            [--first-channel 1000] [--user admin] [--password secret]
-//            [--device-pid PID] [--rss-limit-kb 2048]
+// Many clients against one running device (scripts/soak.sh starts it), all
+// in this one thread. Client i owns channels FIRST + i*PER .. + PER-1 (4
+// bytes, read-write) and, round after round, sets one of them to a new
+// value, reads it back and checks that its subscription showed the value in
+// between. Passes (exit 0) when every set was acknowledged, read back equal
+// and seen through the subscription, nothing else arrived, and neither this
+// process nor the device grew by more than the limit after the warm-up.
+#include <chanlink/chanlink.h>
 #include <poll.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <map>
-#include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "SoakClient.h"
-
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-// Resident set size of a process in kB, from /proc; -1 when unreadable.
 long residentKb(const std::string& pid) {
     std::ifstream status("/proc/" + pid + "/status");
-    std::string key;
-    while (status >> key) {
+    for (std::string key; status >> key;) {
         if (key == "VmRSS:") {
             long kb = -1;
             status >> kb;
             return kb;
         }
-        status.ignore(1 << 16, '\n');
     }
     return -1;
 }
 
-struct Options {
-    std::map<std::string, std::string> values = {{"host", "127.0.0.1"},
-                                                 {"port", ""},
-                                                 {"clients", "50"},
-                                                 {"seconds", "60"},
-                                                 {"warmup", ""},
-                                                 {"channels-per-client", "4"},
-                                                 {"first-channel", "1000"},
-                                                 {"user", "admin"},
-                                                 {"password", "secret"},
-                                                 {"device-pid", ""},
-                                                 {"rss-limit-kb", "2048"}};
+struct Client {
+    std::shared_ptr<TCPClientTransport> transport;
+    std::shared_ptr<ClientSession> session;
+    std::vector<unsigned int> channels;
+    std::size_t round = 0;
+    unsigned int channel = 0, previousChannel = 0;
+    std::vector<unsigned char> value, previous;
+    // How often the subscription showed the value set and the one before:
+    // twice each, as the device's push and as the read-back.
+    int seen = 0, seenPrevious = 0;
+    bool busy = false, finishing = false;
+    unsigned long long sets = 0, done = 0;
+    std::string failure;
 
-    bool parse(int argc, char** argv) {
-        for (int i = 1; i + 1 < argc; i += 2) {
-            const std::string name = argv[i];
-            if (name.compare(0, 2, "--") != 0 || values.count(name.substr(2)) == 0) {
-                return false;
-            }
-            values[name.substr(2)] = argv[i + 1];
+    void fail(const std::string& why) {
+        if (failure.empty()) {
+            failure = "channel " + std::to_string(channel) + ": " + why;
         }
-        return argc % 2 == 1 && !values["port"].empty();
     }
-    unsigned long number(const std::string& name) { return std::stoul(values[name]); }
+
+    // One round: set, then read back once the set is acknowledged.
+    void next() {
+        busy = !finishing && failure.empty();
+        if (!busy) {
+            return;
+        }
+        previousChannel = channel;
+        previous = value;
+        seenPrevious = seen;
+        seen = 0;
+        channel = channels[round % channels.size()];
+        const auto n = static_cast<unsigned int>(++round);
+        value = {static_cast<unsigned char>(n), static_cast<unsigned char>(n >> 8),
+                 static_cast<unsigned char>(n >> 16), static_cast<unsigned char>(channel)};
+        ++sets;
+        session->setChannel(channel, value, makeReceiver<SetOutcome>([this](const SetOutcome& s) {
+                                if (!s.getSuccess() || s.getChannelId() != channel) {
+                                    return fail(std::string("set refused: ") +
+                                                ReasonCode::describe(s.getReasonCode()));
+                                }
+                                // Everything about the round before has been delivered by now.
+                                if (round > 1 && seenPrevious != 2) {
+                                    return fail("the subscription showed the value before " +
+                                                std::to_string(seenPrevious) + " times");
+                                }
+                                session->requestChannel(
+                                    channel, makeReceiver<GetOutcome>([this](const GetOutcome& g) {
+                                        if (g.getData() != value) {
+                                            return fail("read back another value");
+                                        }
+                                        ++done;
+                                        next();
+                                    }));
+                            }));
+    }
+
+    void pushed(const GetOutcome& outcome) {
+        if (outcome.getChannelId() == channel && outcome.getData() == value) {
+            ++seen;
+        } else if (outcome.getChannelId() == previousChannel && outcome.getData() == previous) {
+            ++seenPrevious;
+        }
+    }
 };
-
-// Polls every session and ticks those with something to do, until done()
-// holds or the deadline passes; whether done() held.
-template <typename Done>
-bool run(std::vector<std::unique_ptr<SoakClient>>& clients, Clock::time_point deadline, Done done) {
-    std::vector<pollfd> descriptors(clients.size());
-    while (!done()) {
-        if (Clock::now() >= deadline) {
-            return false;
-        }
-        for (std::size_t i = 0; i < clients.size(); ++i) {
-            descriptors[i] = clients[i]->getPollDescriptor();
-        }
-        ::poll(descriptors.data(), descriptors.size(), 20);
-        for (std::size_t i = 0; i < clients.size(); ++i) {
-            // No descriptor (not connected yet): tick on the loop's schedule.
-            if (descriptors[i].fd < 0 || descriptors[i].revents != 0) {
-                clients[i]->tick();
-            }
-        }
-    }
-    return true;
-}
-
-template <typename Predicate>
-bool all(const std::vector<std::unique_ptr<SoakClient>>& clients, Predicate predicate) {
-    for (const auto& client : clients) {
-        if (!predicate(*client)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-const SoakClient* firstFailed(const std::vector<std::unique_ptr<SoakClient>>& clients) {
-    for (const auto& client : clients) {
-        if (client->failed()) {
-            return client.get();
-        }
-    }
-    return nullptr;
-}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    Options options;
-    unsigned long clientCount = 0;
-    unsigned long seconds = 0;
-    unsigned long warmup = 0;
-    unsigned long perClient = 0;
-    unsigned long first = 0;
-    long limitKb = 0;
-    try {
-        if (!options.parse(argc, argv)) {
-            throw std::invalid_argument("usage");
-        }
-        clientCount = options.number("clients");
-        seconds = options.number("seconds");
-        perClient = options.number("channels-per-client");
-        first = options.number("first-channel");
-        limitKb = static_cast<long>(options.number("rss-limit-kb"));
-        // Long enough for buffers and allocator pools to reach their size.
-        warmup = options.values["warmup"].empty() ? (seconds >= 20 ? 5 : seconds / 4)
-                                                  : options.number("warmup");
-    } catch (const std::exception&) {
-        std::fprintf(stderr,
-                     "usage: chanlink_soak --port PORT [--clients N] [--seconds S] ...\n"
-                     "(see the comment at the top of tests/soak/main.cpp)\n");
+    if (argc != 8) {
+        std::fprintf(stderr, "usage: see the comment at the top of tests/soak/main.cpp\n");
         return 2;
     }
-    const std::string devicePid = options.values["device-pid"];
-    std::printf("soak: %lu clients x %lu channels, %lu s (%lu s warm-up) against %s:%s\n",
-                clientCount, perClient, seconds, warmup, options.values["host"].c_str(),
-                options.values["port"].c_str());
+    const std::string port = argv[1], devicePid = argv[6];
+    const unsigned long count = std::stoul(argv[2]), seconds = std::stoul(argv[3]);
+    const unsigned long first = std::stoul(argv[4]), perClient = std::stoul(argv[5]);
+    const long limitKb = std::stol(argv[7]);
 
-    std::vector<std::unique_ptr<SoakClient>> clients;
-    for (unsigned long i = 0; i < clientCount; ++i) {
-        std::vector<unsigned int> channels;
+    std::vector<Client> clients(count);
+    for (unsigned long i = 0; i < count; ++i) {
+        Client& c = clients[i];
         for (unsigned long j = 0; j < perClient; ++j) {
-            channels.push_back(static_cast<unsigned int>(first + i * perClient + j));
+            c.channels.push_back(static_cast<unsigned int>(first + i * perClient + j));
         }
-        clients.push_back(std::make_unique<SoakClient>(
-            static_cast<unsigned int>(i), options.values["host"], options.values["port"],
-            options.values["user"], options.values["password"], channels));
-        clients.back()->start();
+        c.transport = std::make_shared<TCPClientTransport>("127.0.0.1", port, nullptr);
+        c.session = ClientSessionBuilder()
+                        .setTransport(c.transport)
+                        .setUsername("admin")
+                        .setPassword("secret")
+                        .build();
+        c.session->addLoginOutcomeReceiver(makeReceiver<LoginOutcome>([&c](const LoginOutcome& o) {
+            if (o.loggedIn() && !c.busy) {
+                c.next();
+            } else if (!o.loggedIn() && !o.loginPending()) {
+                c.fail("login refused");
+            }
+        }));
+        c.session->addErrorResponseReceiver(
+            makeReceiver<ErrorResponse>([&c](const ErrorResponse&) { c.fail("error response"); }));
+        auto pushed = makeReceiver<GetOutcome>([&c](const GetOutcome& o) { c.pushed(o); });
+        for (unsigned int id : c.channels) {
+            c.session->addSubscription(id, pushed);
+        }
+        c.transport->connect();
+        c.session->initiateLogin();
     }
-    const auto anyFailed = [&] { return firstFailed(clients) != nullptr; };
 
-    const Clock::time_point begin = Clock::now();
-    run(clients, begin + std::chrono::seconds(10), [&] {
-        return anyFailed() || all(clients, [](const SoakClient& c) { return c.loggedIn(); });
-    });
-    run(clients, begin + std::chrono::seconds(warmup), anyFailed);
-    const long clientStart = residentKb("self");
-    const long deviceStart = devicePid.empty() ? -1 : residentKb(devicePid);
-
-    run(clients, begin + std::chrono::seconds(seconds), anyFailed);
-    for (auto& client : clients) {
-        client->finish();
+    // Every client ticks when its socket has work (or has none yet).
+    SessionWaiter waiter;
+    std::vector<pollfd> fds(count, pollfd{-1, 0, 0});
+    const auto tick = [&] {
+        for (unsigned long i = 0; i < count; ++i) {
+            if (fds[i].fd < 0 || fds[i].revents != 0) {
+                clients[i].session->tick();
+            }
+            if (clients[i].transport->state() >= ConnectionOutcome::ConnectionFailed) {
+                clients[i].fail("connection lost");
+            }
+        }
+    };
+    const auto wait = [&](std::chrono::milliseconds remaining) {
+        for (unsigned long i = 0; i < count; ++i) {
+            fds[i] = SessionWaiter::pollDescriptor(*clients[i].session);
+        }
+        ::poll(fds.data(), fds.size(),
+               static_cast<int>(std::min<long long>(remaining.count(), 20)));
+    };
+    const auto failed = [&] {
+        for (const Client& c : clients) {
+            if (!c.failure.empty()) {
+                return true;
+            }
+        }
+        return false;
+    };
+    const unsigned long warmup = seconds >= 20 ? 5 : seconds / 4;
+    waiter.run(tick, wait, failed, std::chrono::seconds(warmup));
+    const long clientStart = residentKb("self"), deviceStart = residentKb(devicePid);
+    waiter.run(tick, wait, failed, std::chrono::seconds(seconds - warmup));
+    for (Client& c : clients) {
+        c.finishing = true;
     }
-    const bool settled = run(clients, Clock::now() + std::chrono::seconds(10), [&] {
-        return anyFailed() || all(clients, [](const SoakClient& c) { return c.settled(); });
-    });
-    const long clientEnd = residentKb("self");
-    const long deviceEnd = devicePid.empty() ? -1 : residentKb(devicePid);
-    const double elapsed = std::chrono::duration<double>(Clock::now() - begin).count();
+    const bool settled = waiter.run(
+                             tick, wait,
+                             [&] {
+                                 for (const Client& c : clients) {
+                                     // The read-back of the last round may still be on its way: a
+                                     // get is answered by the device's push as well.
+                                     if ((c.busy || c.seen != 2) && c.failure.empty()) {
+                                         return false;
+                                     }
+                                 }
+                                 return true;
+                             },
+                             std::chrono::seconds(10)) == SessionWaiter::Result::Done;
+    const long clientEnd = residentKb("self"), deviceEnd = residentKb(devicePid);
 
-    SoakClient::Counts total;
-    for (const auto& client : clients) {
-        total.sets += client->getCounts().sets;
-        total.acknowledged += client->getCounts().acknowledged;
-        total.readBacks += client->getCounts().readBacks;
-        total.pushed += client->getCounts().pushed;
+    unsigned long long sets = 0, done = 0;
+    std::string failure = settled ? "" : "rounds still under way 10 s after the end";
+    for (const Client& c : clients) {
+        sets += c.sets;
+        done += c.done;
+        failure = failure.empty() ? c.failure : failure;
+        if (failure.empty() && c.seen != 2) {
+            failure = "the last value set was shown " + std::to_string(c.seen) + " times";
+        }
     }
     std::printf(
-        "soak: sets %llu (%.0f/s), acknowledged %llu, read back equal %llu, "
-        "seen through subscriptions %llu\n",
-        static_cast<unsigned long long>(total.sets), total.sets / elapsed,
-        static_cast<unsigned long long>(total.acknowledged),
-        static_cast<unsigned long long>(total.readBacks),
-        static_cast<unsigned long long>(total.pushed));
-    std::printf("soak: RSS clients %ld kB -> %ld kB (%+ld kB)", clientStart, clientEnd,
-                clientEnd - clientStart);
-    if (!devicePid.empty()) {
-        std::printf(", device %ld kB -> %ld kB (%+ld kB)", deviceStart, deviceEnd,
-                    deviceEnd - deviceStart);
+        "soak: %llu sets, %llu acknowledged, read back and pushed; RSS clients %ld -> %ld "
+        "kB, device %ld -> %ld kB (limit %+ld kB)\n",
+        sets, done, clientStart, clientEnd, deviceStart, deviceEnd, limitKb);
+    if (failure.empty() && (done == 0 || done != sets)) {
+        failure = "not every set went through";
     }
-    std::printf("; limit %+ld kB each\n", limitKb);
-
-    std::vector<std::string> faults;
-    if (const SoakClient* failed = firstFailed(clients)) {
-        faults.push_back(failed->getFailure());
-    } else if (!settled) {
-        faults.push_back("requests still under way 10 s after the end");
+    if (failure.empty() && (clientEnd - clientStart > limitKb || deviceStart < 0 || deviceEnd < 0 ||
+                            deviceEnd - deviceStart > limitKb)) {
+        failure = "memory grew beyond the limit (or the device is gone)";
     }
-    if (total.sets == 0 || total.acknowledged != total.sets || total.readBacks != total.sets ||
-        total.pushed != total.sets) {
-        faults.push_back("not every set was acknowledged, read back and seen");
-    }
-    if (clientStart < 0 || clientEnd - clientStart > limitKb) {
-        faults.push_back("the clients' memory grew beyond the limit");
-    }
-    if (!devicePid.empty() &&
-        (deviceStart < 0 || deviceEnd < 0 || deviceEnd - deviceStart > limitKb)) {
-        faults.push_back("the device's memory grew beyond the limit (or the device is gone)");
-    }
-    for (const std::string& fault : faults) {
-        std::printf("soak: FAILED: %s\n", fault.c_str());
-    }
-    if (faults.empty()) {
-        std::printf("soak: passed\n");
-    }
-    return faults.empty() ? 0 : 1;
+    std::printf("soak: %s%s\n", failure.empty() ? "passed" : "FAILED: ", failure.c_str());
+    return failure.empty() ? 0 : 1;
 }
