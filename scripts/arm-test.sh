@@ -15,29 +15,30 @@ cd "$(dirname "$0")/.."
 scripts/require-packages.sh cmake ninja-build g++-arm-linux-gnueabihf qemu-user googletest \
     libcli11-dev nlohmann-json3-dev openssl
 
-# chanlink_tls for the target needs Debian's armhf OpenSSL, installed beside
-# the build machine's own (multiarch); apt allows that only when both are of
-# the same version, so a mirror behind the build machine's security updates
-# leaves TLS out of the ARM build, with a note.
-multiarch=/usr/lib/arm-linux-gnueabihf
-arm_openssl=()
-installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok installed"; }
-if ! installed libssl-dev:armhf && [ "$(id -u)" -eq 0 ]; then
-    added=no
-    if ! dpkg --print-foreign-architectures | grep -qx armhf; then
+# chanlink_tls for the target needs Debian's armhf OpenSSL. apt would install
+# it beside the build machine's own only at the very same version, which a
+# mirror behind the build machine's security updates cannot offer; so the
+# armhf packages are downloaded and unpacked into a folder of the build
+# instead, which leaves the build machine's packages as they are.
+multiarch=usr/lib/arm-linux-gnueabihf
+arm_ssl_root="$PWD/build/arm-openssl"
+if [ ! -e "$arm_ssl_root/$multiarch/libssl.so.3" ]; then
+    rm -rf "$arm_ssl_root"
+    mkdir -p "$arm_ssl_root/debs"
+    if [ "$(id -u)" -eq 0 ] && ! dpkg --print-foreign-architectures | grep -qx armhf; then
         dpkg --add-architecture armhf
-        added=yes
+        apt-get update -qq >/dev/null 2>&1 || true
     fi
-    apt-get update -qq >/dev/null 2>&1 || true
-    if ! DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-        libssl-dev:armhf >/dev/null 2>&1 && [ "$added" = yes ]; then
-        dpkg --remove-architecture armhf 2>/dev/null || true
+    if (cd "$arm_ssl_root/debs" && apt-get download -qq libssl-dev:armhf libssl3:armhf \
+        >/dev/null 2>&1); then
+        for deb in "$arm_ssl_root"/debs/*.deb; do dpkg -x "$deb" "$arm_ssl_root"; done
     fi
 fi
-if ! installed libssl-dev:armhf; then
-    echo "== chanlink_tls left out: libssl-dev:armhf is not installed and cannot be installed" \
-        "beside libssl-dev $(dpkg-query -W -f='${Version}' libssl-dev 2>/dev/null)" \
-        "(sudo apt-get install libssl-dev:armhf tells why)" >&2
+if [ ! -e "$arm_ssl_root/$multiarch/libssl.so.3" ]; then
+    echo "arm-test: Debian's armhf OpenSSL could not be downloaded, and chanlink_tls is" \
+        "part of the ARM run (as root: dpkg --add-architecture armhf; apt-get update;" \
+        "apt-get download libssl-dev:armhf libssl3:armhf tells why)" >&2
+    exit 1
 fi
 
 jobs="$(nproc 2>/dev/null || echo 2)"
@@ -66,17 +67,16 @@ rm -rf "$headers"
 mkdir -p "$headers/include" "$headers/share/cmake"
 ln -s /usr/include/CLI /usr/include/nlohmann "$headers/include/"
 ln -s /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$headers/share/cmake/"
-# OpenSSL's headers the same way: the common ones and the target's own
-# configuration headers in one folder. Its libraries are named outright.
-if installed libssl-dev:armhf; then
-    mkdir -p "$headers/include/openssl"
-    ln -sf /usr/include/openssl/* /usr/include/arm-linux-gnueabihf/openssl/* \
-        "$headers/include/openssl/"
-    arm_openssl=(-DOPENSSL_INCLUDE_DIR="$PWD/$headers/include"
-        -DOPENSSL_SSL_LIBRARY=$multiarch/libssl.so -DOPENSSL_CRYPTO_LIBRARY=$multiarch/libcrypto.so)
-fi
+# OpenSSL's headers: the common ones and the target's own configuration
+# headers in one folder. Its libraries are named outright; their folder ends
+# up in the test programs' run path, where qemu-arm finds it.
+mkdir -p "$headers/include/openssl"
+ln -sf "$arm_ssl_root"/usr/include/openssl/* \
+    "$arm_ssl_root"/usr/include/arm-linux-gnueabihf/openssl/* "$headers/include/openssl/"
 
 echo "== chanlink for arm-linux-gnueabihf"
-cmake --preset arm "${arm_openssl[@]}" >/dev/null
+cmake --preset arm -DOPENSSL_INCLUDE_DIR="$PWD/$headers/include" \
+    -DOPENSSL_SSL_LIBRARY="$arm_ssl_root/$multiarch/libssl.so" \
+    -DOPENSSL_CRYPTO_LIBRARY="$arm_ssl_root/$multiarch/libcrypto.so" >/dev/null
 cmake --build --preset arm -j "$jobs"
 ctest --preset arm -j "$jobs"
