@@ -42,7 +42,3 @@ void ClientGetManager::cancelRequest(unsigned int channelId,
                                      std::shared_ptr<Receiver<GetOutcome>> receiver) {
     Table::remove(pendingRequests, channelId, std::move(receiver));
 }
-
-bool ClientGetManager::isPending(unsigned int channelId) const {
-    return Table::hasReceivers(pendingRequests, channelId);
-}

@@ -95,10 +95,4 @@ public:
         }
         return ids;
     }
-
-    // Whether any receiver is registered for the channel.
-    static bool hasReceivers(const Table& table, unsigned int channelId) {
-        const auto found = table.find(channelId);
-        return found != table.end() && found->second.hasReceivers();
-    }
 };

@@ -38,9 +38,6 @@ public:
     // nothing.
     void receive(const LoginOutcome& outcome) override;
 
-    // Whether any receiver waits for the channel.
-    bool isPending(unsigned int channelId) const;
-
     // Stops receiver waiting for the channel: it gets no outcome for the
     // request it made. When it was the channel's last waiting receiver the
     // channel is forgotten altogether, so it is not asked for again on the
