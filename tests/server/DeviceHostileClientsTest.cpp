@@ -3,6 +3,7 @@
 // connections without a login are shown against the real device process
 // (tests/tools/cli_integration.sh, scenario hostile).
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include "DeviceHarness.h"
 #include "support/ManualClock.h"
@@ -59,4 +60,19 @@ TEST(DeviceHostileClients, FailedLoginsAreAnsweredLaterEachTimeThenClosed) {
     EXPECT_TRUE(device.pumpUntil([&] { return guesser->closed(); }, {guesser.get()}));
     EXPECT_EQ(device.events->received().back().describe(),
               "connection 1: dropped after 5 failed logins");
+
+    // A held connection whose peer resets goes at once, not when the hold
+    // ends (the clock stands still here): poll would report it again and again.
+    auto leaver = device.connect();
+    leaver->send(LoginRequest::newInstance("admin", "guess"));
+    leaver->send(LoginRequest::newInstance("admin", "guess"));
+    const auto leaverHeld = [&] {
+        const auto connection = device.server->findConnection(3);
+        return connection && connection->holdingLogin();
+    };
+    ASSERT_TRUE(device.pumpUntil(leaverHeld, {leaver.get()}));
+    const linger reset{1, 0};
+    ::setsockopt(leaver->transport->getSocket(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    leaver->close();
+    EXPECT_TRUE(device.pumpUntil([&] { return !device.server->findConnection(3); }, {}));
 }
