@@ -11,6 +11,7 @@
 #include "ToolCommandLine.h"
 #include "ToolSecrets.h"
 #include "chanlink/capture/CaptureTransport.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/server/DeviceServer.h"
 #ifdef CHANLINK_WITH_TLS
@@ -149,13 +150,20 @@ int main(int argc, char** argv) {
     for (LiveChannel& channel : live) {
         channel.start(start);
     }
-    while (!tool::stopRequested()) {
+    // The library's tick-and-wait loop, without a time limit: the live
+    // channels move on, then the server waits until a client needs it or
+    // the next change is due; idle, nothing wakes it.
+    const auto advance = [&] {
         const Clock::time_point now = Clock::now();
         for (LiveChannel& channel : live) {
             channel.advance(now, *store);
         }
-        server.poll(untilNextChange(live, Clock::now()));
-    }
+    };
+    const auto wait = [&](std::chrono::milliseconds remaining) {
+        const std::chrono::milliseconds change = untilNextChange(live, Clock::now());
+        server.poll(change.count() < 0 ? remaining : std::min(change, remaining));
+    };
+    SessionWaiter().run(advance, wait, tool::stopRequested, std::chrono::milliseconds::max());
     server.shutdown();
     say(std::string("stopped by ") + tool::stopSignalName());
     return 0;
