@@ -297,6 +297,7 @@ secrets)
     expect_match "plain text warning" "sending the password unencrypted to 192.0.2.1; use --tls" "$ERR"
     CHANLINK_DEVICE_PASSWORD=$password start_device --password "$password"
     wait_for_log "warning: other users of this machine can read --password"
+    grep -Eq "^Max core file size +0 +0 " "/proc/$device_pid/limits" || fail "core dumps are on"
     kill -TERM "${background[@]}" && wait "${background[@]}"
     ! grep -F -- "$password" "$work/device.err" "$work/all-cli-output" ||
         fail "the password shows in the output above"

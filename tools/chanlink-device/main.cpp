@@ -63,6 +63,7 @@ std::chrono::milliseconds untilNextChange(const std::vector<LiveChannel>& live,
 }  // namespace
 
 int main(int argc, char** argv) {
+    tool::protectSecrets();
     DeviceOptions options;
     CLI::App app({}, "chanlink-device");
     app.set_version_flag("--version", std::string("chanlink-device ") + CHANLINK_VERSION);
