@@ -295,7 +295,7 @@ secrets)
     expect "wrong password" 4 "$RC"
     ERR=$(timeout 10 "$chanlink" --timeout 1 --host 192.0.2.1 get 1 2>&1 | tee -a "$work/all-cli-output")
     expect_match "plain text warning" "sending the password unencrypted to 192.0.2.1; use --tls" "$ERR"
-    CHANLINK_DEVICE_PASSWORD=$password start_device --password "$password"
+    CHANLINK_DEVICE_PASSWORD=$password start_device --password "$password" --password-file "$work/password"
     wait_for_log "warning: other users of this machine can read --password"
     grep -Eq "^Max core file size +0 +0 " "/proc/$device_pid/limits" || fail "core dumps are on"
     kill -TERM "${background[@]}" && wait "${background[@]}"

@@ -72,6 +72,11 @@ int main(int argc, char** argv) {
     if (const auto exitCode = tool::parseCommandLine(app, arguments, std::cout, std::cerr)) {
         return *exitCode;
     }
+    // Others could read --password even when the file's password wins.
+    if (tool::hasOption(arguments, "--password")) {
+        say("warning: other users of this machine can read --password; use --password-file or "
+            "CHANLINK_DEVICE_PASSWORD");
+    }
     if (!options.passwordFile.empty()) {
         std::string error;
         const auto password = tool::readPasswordFile(options.passwordFile, error);
@@ -80,9 +85,6 @@ int main(int argc, char** argv) {
             return tool::UsageStatus;
         }
         options.password = *password;
-    } else if (tool::hasOption(arguments, "--password")) {
-        say("warning: other users of this machine can read --password; use --password-file or "
-            "CHANLINK_DEVICE_PASSWORD");
     }
     const auto channels = loadChannels(options);
     if (!channels) {
