@@ -269,6 +269,11 @@ tls)
     wait_for_log "closed before it was set up (failed handshake)"
     cli get 1
     expect "plain TCP to the TLS port" 3 "$RC"
+    start_device "${tls_device[@]}" --tls-client-ca "$certs/ca.pem"
+    cli --tls --ca "$certs/ca.pem" --cert "$certs/client.pem" --key "$certs/client.key" get 1
+    expect "mutual TLS" "0 1 00000000" "$RC $OUT"
+    cli --tls --ca "$certs/ca.pem" get 1
+    expect_match "mutual TLS without a certificate" "^3 chanlink: .*certificate required" "$RC $ERR"
     ;;
 
 hostile)
