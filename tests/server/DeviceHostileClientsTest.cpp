@@ -1,7 +1,8 @@
 // The device's back-off against a password guesser, on a manual clock so
-// that the test waits for no real time. The login timeout and the limit on
-// connections without a login are shown against the real device process
-// (tests/tools/cli_integration.sh, scenario hostile).
+// that the test waits for no real time, up to its cap. The back-off, the
+// login timeout and the limit on connections without a login are shown
+// against the real device process over TLS (tests/tools/cli_integration.sh,
+// scenario hostile).
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
