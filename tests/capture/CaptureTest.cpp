@@ -14,7 +14,6 @@
 using testing_support::Bytes;
 using testing_support::bytes;
 using testing_support::hex;
-using testing_support::MemoryTransport;
 
 namespace {
 
@@ -37,38 +36,20 @@ bool checksumRight(const Bytes& b, std::size_t from, std::size_t to, std::uint32
     return extra == 0xFFFF;
 }
 
-// Connecting until its first write, which connects and moves the bytes in
-// one call, as a TLS write that finishes the handshake does.
-struct ConnectsInWrite : MemoryTransport {
-    using MemoryTransport::MemoryTransport;
-    int write(const void* buffer, int length) override {
-        connected = true;
-        return MemoryTransport::write(buffer, length);
-    }
-    TransportPoll pollState() const override {
-        TransportPoll poll = MemoryTransport::pollState();
-        poll.state = connected ? poll.state : ConnectionOutcome::Connecting;
-        return poll;
-    }
-    bool connected = false;
-};
-
 }  // namespace
 
-// A connection without a socket, recorded through the wrapper from its first
-// write on: one run of bytes each way, then the end. Every record must be a
-// valid IPv4/TCP packet continuing its direction's sequence numbers.
+// A connection without a socket, recorded through the wrapper from the write
+// that connects it: one run of bytes each way, then the end. Every record
+// must be a valid IPv4/TCP packet continuing its direction's sequence numbers.
 TEST(Capture, PcapLayoutOfOneConnection) {
     const std::string path = testing::TempDir() + "capture_layout.pcap";
     std::string error;
     {
         auto file = PcapWriter::open(path, error);
         ASSERT_TRUE(file) << error;
-        auto toDevice = std::make_shared<MemoryTransport::Bytes>();
-        auto toClient = std::make_shared<MemoryTransport::Bytes>();
-        auto device = std::make_shared<MemoryTransport>(toDevice, toClient, 64);
-        CaptureTransport capture(std::make_shared<ConnectsInWrite>(toClient, toDevice, 64), file,
-                                 CaptureStream::Side::Client);
+        auto [client, device] = testing_support::makeTransportPair();
+        client->connecting = true;
+        CaptureTransport capture(client, file, CaptureStream::Side::Client);
         const Bytes request = bytes("FF 01 00 00 00 0B FE");
         ASSERT_EQ(capture.write(request.data(), 7), 7);
         device->write("\xAB\xCD", 2);

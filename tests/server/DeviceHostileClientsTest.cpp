@@ -33,7 +33,10 @@ TEST(DeviceHostileClients, FailedLoginsAreAnsweredLaterEachTimeThenClosed) {
     auto guesser = device.connect();
     auto honest = device.connect();
     ASSERT_TRUE(guesser && honest);
-    const auto held = [&] { return device.server->findConnection(1)->holdingLogin(); };
+    const auto held = [&](unsigned int id = 1) {
+        const auto connection = device.server->findConnection(id);
+        return connection && connection->holdingLogin();
+    };
 
     // 100, 200, then the cap of 300 ms set above.
     const milliseconds delays[] = {milliseconds(0), milliseconds(100), milliseconds(200),
@@ -67,11 +70,7 @@ TEST(DeviceHostileClients, FailedLoginsAreAnsweredLaterEachTimeThenClosed) {
     auto leaver = device.connect();
     leaver->send(LoginRequest::newInstance("admin", "guess"));
     leaver->send(LoginRequest::newInstance("admin", "guess"));
-    const auto leaverHeld = [&] {
-        const auto connection = device.server->findConnection(3);
-        return connection && connection->holdingLogin();
-    };
-    ASSERT_TRUE(device.pumpUntil(leaverHeld, {leaver.get()}));
+    ASSERT_TRUE(device.pumpUntil([&] { return held(3); }, {leaver.get()}));
     const linger reset{1, 0};
     ::setsockopt(leaver->transport->getSocket(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     leaver->close();
