@@ -41,17 +41,19 @@ CaptureTransport::~CaptureTransport() {
     finish(side);
 }
 
+// The stream starts after the inner call: a TLS read or write can finish the
+// handshake and move the first bytes (a login, say) in one call.
 int CaptureTransport::read(void* buffer, int length) {
-    startWhenConnected();
     const int count = inner->read(buffer, length);
+    startWhenConnected(count > 0);
     record(false, static_cast<const unsigned char*>(buffer), count);
     noticeEnd();
     return count;
 }
 
 int CaptureTransport::write(const void* buffer, int length) {
-    startWhenConnected();
     const int count = inner->write(buffer, length);
+    startWhenConnected(count > 0);
     record(true, static_cast<const unsigned char*>(buffer), count);
     noticeEnd();
     return count;
@@ -59,7 +61,7 @@ int CaptureTransport::write(const void* buffer, int length) {
 
 void CaptureTransport::tick() {
     inner->tick();
-    startWhenConnected();
+    startWhenConnected(false);
     noticeEnd();
 }
 
@@ -72,12 +74,13 @@ void CaptureTransport::close() {
     TransportPoll::close(*inner);
 }
 
-void CaptureTransport::startWhenConnected() {
+void CaptureTransport::startWhenConnected(bool bytesMoved) {
     if (stream || writer->stopped()) {
         return;
     }
+    // Bytes that moved count even when the same call also saw the end.
     const TransportPoll poll = TransportPoll::of(*inner);
-    if (poll.state != ConnectionOutcome::Connected) {
+    if (poll.state != ConnectionOutcome::Connected && !bytesMoved) {
         return;
     }
     const unsigned int number = writer->nextStreamNumber();

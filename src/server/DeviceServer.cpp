@@ -158,7 +158,13 @@ std::size_t DeviceServer::poll(std::chrono::milliseconds timeout) {
         // after them in the list.
         const std::size_t waited = waitList.size() - 2;
         for (std::size_t i = 0; i < waited; ++i) {
-            if (waitList[i + 2].revents != 0 || connections[i]->readyWithoutWaiting()) {
+            const short revents = waitList[i + 2].revents;
+            if (connections[i]->holdingLogin() && (revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+                // A held connection reads nothing, so it would never see the
+                // reset that poll reports, and every poll would return at
+                // once until the hold ends. The peer is gone: so is it.
+                connections[i]->close();
+            } else if (revents != 0 || connections[i]->readyWithoutWaiting()) {
                 connections[i]->tick();
             }
         }

@@ -38,9 +38,9 @@ bool checksumRight(const Bytes& b, std::size_t from, std::size_t to, std::uint32
 
 }  // namespace
 
-// A connection without a socket, recorded through the wrapper: one run of
-// bytes each way, then the end. Every record must be a valid IPv4/TCP packet
-// continuing its direction's sequence numbers.
+// A connection without a socket, recorded through the wrapper from the write
+// that connects it: one run of bytes each way, then the end. Every record
+// must be a valid IPv4/TCP packet continuing its direction's sequence numbers.
 TEST(Capture, PcapLayoutOfOneConnection) {
     const std::string path = testing::TempDir() + "capture_layout.pcap";
     std::string error;
@@ -48,6 +48,7 @@ TEST(Capture, PcapLayoutOfOneConnection) {
         auto file = PcapWriter::open(path, error);
         ASSERT_TRUE(file) << error;
         auto [client, device] = testing_support::makeTransportPair();
+        client->connecting = true;
         CaptureTransport capture(client, file, CaptureStream::Side::Client);
         const Bytes request = bytes("FF 01 00 00 00 0B FE");
         ASSERT_EQ(capture.write(request.data(), 7), 7);

@@ -25,23 +25,33 @@ foreach(mode IN ITEMS find_package add_subdirectory)
         -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
         -DCMAKE_PREFIX_PATH=${prefix}
         -DCONSUMER_MODE=${mode}
+        -DCONSUMER_TLS=${TLS}
         -DCHANLINK_SOURCE_DIR=${SOURCE_DIR})
     run(${CMAKE_COMMAND} --build "${build}")
     run("${build}/consumer")
 endforeach()
 
+if(NOT EXISTS "${prefix}/share/chanlink/wireshark/chanlink.lua")
+    message(FATAL_ERROR "the dissector is not installed under share/chanlink/wireshark")
+endif()
+
 # pkg-config, with the compiler driven by hand as a Makefile user would.
+set(module chanlink)
+if(TLS)
+    set(module chanlink-tls)
+    set(define -DCONSUMER_TLS)
+endif()
 find_program(PKG_CONFIG pkg-config REQUIRED)
 file(GLOB_RECURSE pc_files "${prefix}/*/chanlink.pc")
 list(GET pc_files 0 pc_file)
 get_filename_component(pc_dir "${pc_file}" DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} "${pc_dir}")
-execute_process(COMMAND ${PKG_CONFIG} --cflags --libs chanlink
+execute_process(COMMAND ${PKG_CONFIG} --cflags --libs ${module}
     RESULT_VARIABLE result OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(NOT result EQUAL 0)
-    message(FATAL_ERROR "pkg-config does not know chanlink")
+    message(FATAL_ERROR "pkg-config does not know ${module}")
 endif()
 separate_arguments(flags UNIX_COMMAND "${flags}")
-run(${CXX_COMPILER} -std=c++17 "${CONSUMER_DIR}/main.cpp" ${flags} -o "${WORK_DIR}/pkgconfig-consumer")
+run(${CXX_COMPILER} -std=c++17 ${define} "${CONSUMER_DIR}/main.cpp" ${flags} -o "${WORK_DIR}/pkgconfig-consumer")
 run("${WORK_DIR}/pkgconfig-consumer")
 message(STATUS "find_package, add_subdirectory and pkg-config consumers built and ran")

@@ -1,8 +1,10 @@
 // The device's back-off against a password guesser, on a manual clock so
-// that the test waits for no real time. The login timeout and the limit on
-// connections without a login are shown against the real device process
-// (tests/tools/cli_integration.sh, scenario hostile).
+// that the test waits for no real time, up to its cap. The back-off, the
+// login timeout and the limit on connections without a login are shown
+// against the real device process over TLS (tests/tools/cli_integration.sh,
+// scenario hostile).
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include "DeviceHarness.h"
 #include "support/ManualClock.h"
@@ -31,7 +33,10 @@ TEST(DeviceHostileClients, FailedLoginsAreAnsweredLaterEachTimeThenClosed) {
     auto guesser = device.connect();
     auto honest = device.connect();
     ASSERT_TRUE(guesser && honest);
-    const auto held = [&] { return device.server->findConnection(1)->holdingLogin(); };
+    const auto held = [&](unsigned int id = 1) {
+        const auto connection = device.server->findConnection(id);
+        return connection && connection->holdingLogin();
+    };
 
     // 100, 200, then the cap of 300 ms set above.
     const milliseconds delays[] = {milliseconds(0), milliseconds(100), milliseconds(200),
@@ -59,4 +64,15 @@ TEST(DeviceHostileClients, FailedLoginsAreAnsweredLaterEachTimeThenClosed) {
     EXPECT_TRUE(device.pumpUntil([&] { return guesser->closed(); }, {guesser.get()}));
     EXPECT_EQ(device.events->received().back().describe(),
               "connection 1: dropped after 5 failed logins");
+
+    // A held connection whose peer resets goes at once, not when the hold
+    // ends (the clock stands still here): poll would report it again and again.
+    auto leaver = device.connect();
+    leaver->send(LoginRequest::newInstance("admin", "guess"));
+    leaver->send(LoginRequest::newInstance("admin", "guess"));
+    ASSERT_TRUE(device.pumpUntil([&] { return held(3); }, {leaver.get()}));
+    const linger reset{1, 0};
+    ::setsockopt(leaver->transport->getSocket(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    leaver->close();
+    EXPECT_TRUE(device.pumpUntil([&] { return !device.server->findConnection(3); }, {}));
 }

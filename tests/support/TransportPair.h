@@ -34,6 +34,7 @@ public:
     }
 
     int write(const void* buffer, int length) override {
+        connecting = false;
         const int n = closed ? 0 : std::min(length, capacity - static_cast<int>(out->size()));
         if (n <= 0 || buffer == nullptr) {
             return 0;
@@ -52,7 +53,9 @@ public:
     // No socket to wait on; Closed once close() was called.
     TransportPoll pollState() const override {
         TransportPoll state;
-        state.state = closed ? ConnectionOutcome::Closed : ConnectionOutcome::Connected;
+        state.state = closed       ? ConnectionOutcome::Closed
+                      : connecting ? ConnectionOutcome::Connecting
+                                   : ConnectionOutcome::Connected;
         return state;
     }
     void close() override { closed = true; }
@@ -61,6 +64,9 @@ public:
 
     std::function<void()> onTick;
     bool closed = false;
+    // Connecting until the next write, which connects and moves its bytes in
+    // one call, as a TLS write that finishes the handshake does.
+    bool connecting = false;
 
 private:
     std::shared_ptr<Bytes> in;

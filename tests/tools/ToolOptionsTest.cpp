@@ -114,6 +114,8 @@ TEST(ToolOptions, ChanlinkCommandLines) {
         {{"push", "--count", "0x3"}, "--count: '0x3' is not a positive count"},
         {{"get", "1", "--count", "2"}, "--count: applies to watch and push only"},
         {{"set", "1", "00", "--seconds", "2"}, "--seconds: applies to watch and push only"},
+        {{"get", "1", "--password", "p", "--password-file", "/dev/null"},
+         "get 1 password= password-on-command-line=1"},
         {{"get", "1", "--password-file", "/nonexistent/pw"},
          "cannot read the password file /nonexistent/pw"},
 #ifdef CHANLINK_WITH_TLS

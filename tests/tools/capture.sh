@@ -4,7 +4,8 @@
 #
 #   capture.sh SCENARIO DISSECTOR CHANLINK DEVICE HELPER
 #
-#   tools    chanlink and chanlink-device record the same conversations
+#   tools    chanlink and chanlink-device record the same conversations,
+#            decoded fields and Info column checked
 #   crafted  frames split over segments, several per segment, a stuffed
 #            length, noise and broken frames (written by HELPER)
 #
@@ -53,6 +54,13 @@ fields() {
                    END { s = ""; for (i = 1; i <= '$#'; i++) s = s (i > 1 ? "|" : "") v[i]; print s }'
 }
 
+# info FILE FILTER: the Info column of each chanlink packet matching FILTER,
+# packets joined by '|'.
+info() {
+    timeout 60 tshark -X "lua_script:$lua" -o 'gui.column.format:"Info","%i"' -r "$1" \
+        -Y "chanlink && ($2)" 2>/dev/null | paste -sd'|'
+}
+
 case $scenario in
 tools)
     exec {device_fd}< <(exec "$device" --port 0 --host 127.0.0.1 --capture "$work/device.pcap" \
@@ -69,6 +77,7 @@ tools)
     cli 0 "$work/set.pcap" --capture-credentials set 1 0A0B0C0D
     cli 0 "$work/watch.pcap" --count 2 watch 2
     cli 4 "$work/refused.pcap" --password wrong get 1
+    cli 0 "$work/push.pcap" --count 1 push 2
     # A capture that cannot be written stops; the command goes on.
     cli 0 /dev/full get 1
     expect "/dev/full output" "1 0A0B0C0D" "$(cat "$work/out")"
@@ -93,13 +102,17 @@ tools)
     [[ $watched =~ ^"15 13 11 11 11"( 11)*\|"2 2 2 2"( 2)*\|([0-9a-f]{8})\ .*\ ([0-9a-f]{8})$ ]] &&
         [ "${BASH_REMATCH[3]}" != "${BASH_REMATCH[4]}" ] || fail "watch, answered: '$watched'"
     expect "refused, answered" "15|0" "$(fields "$dev" "tcp.stream == 3 && $from" chanlink.opcode chanlink.login.result)"
+    expect "get, Info" "LoginRequest admin|LoginResponse Success|GetRequest 1, GetRequest 99|GetResponse 1=00000000, ErrorResponse get 99: UnknownChannel" \
+        "$(info "$dev" "tcp.stream == 0")"
+    expect "refused, Info" "LoginRequest admin|LoginResponse Failure" "$(info "$dev" "tcp.stream == 3")"
+    expect "push, sent" "9 4|1" "$(fields "$dev" "tcp.stream == 4 && $to" chanlink.opcode chanlink.logpush.on)"
     # chanlink's own file of the get: the same conversation between the
     # same real endpoints.
     connections() {
         timeout 60 tshark -r "$1" -Y "tcp.flags.syn == 1 && tcp.flags.ack == 0" -T fields \
             -e ip.src -e tcp.srcport -e ip.dst -e tcp.dstport 2>/dev/null
     }
-    expect "device's connections" 5 "$(connections "$dev" | wc -l)"
+    expect "device's connections" 6 "$(connections "$dev" | wc -l)"
     expect "get, chanlink's endpoints" "$(connections "$dev" | head -1)" \
         "$(connections "$work/get.pcap")"
     expect "get, chanlink's file" "9 15 0 0 11 31|1 99 1 99" \

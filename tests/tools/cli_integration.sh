@@ -269,6 +269,11 @@ tls)
     wait_for_log "closed before it was set up (failed handshake)"
     cli get 1
     expect "plain TCP to the TLS port" 3 "$RC"
+    start_device "${tls_device[@]}" --tls-client-ca "$certs/ca.pem"
+    cli --tls --ca "$certs/ca.pem" --cert "$certs/client.pem" --key "$certs/client.key" get 1
+    expect "mutual TLS" "0 1 00000000" "$RC $OUT"
+    cli --tls --ca "$certs/ca.pem" get 1
+    expect_match "mutual TLS without a certificate" "^3 chanlink: .*certificate required" "$RC $ERR"
     ;;
 
 hostile)
@@ -281,6 +286,25 @@ hostile)
     wait_for_log "connection 1: dropped without a login within 1000 ms"
     cli --tls --ca "$certs/ca.pem" get 1
     expect "an honest client after the idle ones" 0 "$RC"
+    # A guesser sends five wrong logins at once over TLS: answered after 0,
+    # 100, 300, 700 and 1500 ms at least (the delay doubles), then dropped.
+    # An honest client is served meanwhile, long before the guesser's end.
+    start_device "${tls_device[@]}"
+    export LC_ALL=C
+    start=${EPOCHREALTIME/./}
+    exec {guesser}< <(printf '\xff\x0f\0\0\0\x09\x09\x07\x05\x05adminwrong\xfe%.0s' 1 2 3 4 5 |
+                          exec openssl s_client -quiet -connect "127.0.0.1:$PORT" 2>/dev/null)
+    background+=("$!")
+    for k in 0 1 2 3 4; do
+        read -r -d $'\xfe' -t 10 -u "$guesser" _ || fail "no answer $k to the guesser"
+        ms[k]=$(((${EPOCHREALTIME/./} - start) / 1000))
+        if [ "$k" == 2 ]; then
+            cli --tls --ca "$certs/ca.pem" get 1 && honest=$(((${EPOCHREALTIME/./} - start) / 1000))
+        fi
+    done
+    ((ms[1] >= 100 && ms[2] >= 300 && ms[3] >= 700 && ms[4] >= 1500)) || fail "answered at ${ms[*]} ms"
+    ((${honest:-9999} < 1500)) || fail "the honest client ended at ${honest:-rc $RC} ms"
+    wait_for_log "connection 1: dropped after 5 failed logins"
     ;;
 
 secrets)
@@ -295,8 +319,9 @@ secrets)
     expect "wrong password" 4 "$RC"
     ERR=$(timeout 10 "$chanlink" --timeout 1 --host 192.0.2.1 get 1 2>&1 | tee -a "$work/all-cli-output")
     expect_match "plain text warning" "sending the password unencrypted to 192.0.2.1; use --tls" "$ERR"
-    CHANLINK_DEVICE_PASSWORD=$password start_device --password "$password"
+    CHANLINK_DEVICE_PASSWORD=$password start_device --password "$password" --password-file "$work/password"
     wait_for_log "warning: other users of this machine can read --password"
+    grep -Eq "^Max core file size +0 +0 " "/proc/$device_pid/limits" || fail "core dumps are on"
     kill -TERM "${background[@]}" && wait "${background[@]}"
     ! grep -F -- "$password" "$work/device.err" "$work/all-cli-output" ||
         fail "the password shows in the output above"

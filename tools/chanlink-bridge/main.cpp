@@ -9,6 +9,7 @@
 #include "Bridge.h"
 #include "BridgeOptions.h"
 #include "StopSignal.h"
+#include "ToolSecrets.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ int installStopHandlers() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    tool::protectSecrets();
     int exitCode = 0;
     auto config = BridgeOptions::parse(argc, argv, std::cout, std::cerr, exitCode);
     if (!config) {

@@ -11,6 +11,7 @@
 #include "ToolCommandLine.h"
 #include "ToolSecrets.h"
 #include "chanlink/capture/CaptureTransport.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/server/DeviceServer.h"
 #ifdef CHANLINK_WITH_TLS
@@ -62,6 +63,7 @@ std::chrono::milliseconds untilNextChange(const std::vector<LiveChannel>& live,
 }  // namespace
 
 int main(int argc, char** argv) {
+    tool::protectSecrets();
     DeviceOptions options;
     CLI::App app({}, "chanlink-device");
     app.set_version_flag("--version", std::string("chanlink-device ") + CHANLINK_VERSION);
@@ -69,6 +71,11 @@ int main(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
     if (const auto exitCode = tool::parseCommandLine(app, arguments, std::cout, std::cerr)) {
         return *exitCode;
+    }
+    // Others could read --password even when the file's password wins.
+    if (tool::hasOption(arguments, "--password")) {
+        say("warning: other users of this machine can read --password; use --password-file or "
+            "CHANLINK_DEVICE_PASSWORD");
     }
     if (!options.passwordFile.empty()) {
         std::string error;
@@ -78,9 +85,6 @@ int main(int argc, char** argv) {
             return tool::UsageStatus;
         }
         options.password = *password;
-    } else if (tool::hasOption(arguments, "--password")) {
-        say("warning: other users of this machine can read --password; use --password-file or "
-            "CHANLINK_DEVICE_PASSWORD");
     }
     const auto channels = loadChannels(options);
     if (!channels) {
@@ -149,13 +153,20 @@ int main(int argc, char** argv) {
     for (LiveChannel& channel : live) {
         channel.start(start);
     }
-    while (!tool::stopRequested()) {
+    // The library's tick-and-wait loop, without a time limit: the live
+    // channels move on, then the server waits until a client needs it or
+    // the next change is due; idle, nothing wakes it.
+    const auto advance = [&] {
         const Clock::time_point now = Clock::now();
         for (LiveChannel& channel : live) {
             channel.advance(now, *store);
         }
-        server.poll(untilNextChange(live, Clock::now()));
-    }
+    };
+    const auto wait = [&](std::chrono::milliseconds remaining) {
+        const std::chrono::milliseconds change = untilNextChange(live, Clock::now());
+        server.poll(change.count() < 0 ? remaining : std::min(change, remaining));
+    };
+    SessionWaiter().run(advance, wait, tool::stopRequested, std::chrono::milliseconds::max());
     server.shutdown();
     say(std::string("stopped by ") + tool::stopSignalName());
     return 0;

@@ -153,7 +153,11 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
     }
     if (!options.tls && !tool::isLoopback(options.host)) {
         err << "chanlink: warning: sending the password unencrypted to " << options.host
+#ifdef CHANLINK_WITH_TLS
             << "; use --tls\n";
+#else
+            << " (this chanlink is built without TLS)\n";
+#endif
     }
     err << std::flush;
     Connection connection(options);

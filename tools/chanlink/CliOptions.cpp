@@ -208,6 +208,8 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
             (!options.caFile.empty() || !options.certificateFile.empty() || options.insecure)) {
             throw CLI::ValidationError("--ca, --cert, --key and --insecure need --tls");
         }
+        // Others could read --password even when the file's password wins.
+        options.passwordOnCommandLine = tool::hasOption(arguments, "--password");
         if (!passwordFile.empty()) {
             std::string error;
             const auto password = tool::readPasswordFile(passwordFile, error);
@@ -215,8 +217,6 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
                 throw CLI::ValidationError(error);
             }
             options.password = *password;
-        } else {
-            options.passwordOnCommandLine = tool::hasOption(arguments, "--password");
         }
         const bool streams = options.command == Command::Watch || options.command == Command::Push;
         if (!streams && (options.count || options.duration)) {

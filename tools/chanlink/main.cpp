@@ -7,8 +7,10 @@
 #include "CliCommands.h"
 #include "CliOptions.h"
 #include "StopSignal.h"
+#include "ToolSecrets.h"
 
 int main(int argc, char** argv) {
+    tool::protectSecrets();
     const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
     const cli::ParseResult parsed = cli::parseArguments(arguments, std::cout, std::cerr);
     if (!parsed.options) {

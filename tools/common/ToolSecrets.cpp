@@ -1,6 +1,8 @@
 #include "ToolSecrets.h"
 
 #include <arpa/inet.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 
 #include <fstream>
 
@@ -34,6 +36,14 @@ bool hasOption(const std::vector<std::string>& arguments, const std::string& opt
         }
     }
     return false;
+}
+
+void protectSecrets() {
+    // Both: a core_pattern that pipes dumps to a program ignores the size
+    // limit, but not the dumpable flag.
+    const rlimit none{0, 0};
+    ::setrlimit(RLIMIT_CORE, &none);
+    ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
 }
 
 bool isLoopback(const std::string& host) {

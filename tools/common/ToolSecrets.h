@@ -15,6 +15,11 @@ std::optional<std::string> readPasswordFile(const std::string& path, std::string
 // before any "--".
 bool hasOption(const std::vector<std::string>& arguments, const std::string& option);
 
+// Keeps this process's memory, which holds passwords, out of reach: no core
+// dump is written, and other processes of the same user can neither attach
+// to it nor read its memory or environment. Called first thing in main.
+void protectSecrets();
+
 // A name or address that stays on this machine: localhost, 127.0.0.0/8, ::1.
 bool isLoopback(const std::string& host);
 

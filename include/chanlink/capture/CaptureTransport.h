@@ -39,7 +39,9 @@ public:
     void close() override;
 
 private:
-    void startWhenConnected();
+    // Starts the stream once the inner transport is connected, or at once
+    // when bytesMoved (bytes cannot move without a connection).
+    void startWhenConnected(bool bytesMoved);
     // Records bytes this side sent (sent) or received.
     void record(bool sent, const unsigned char* bytes, int count);
     // Records the end once the inner transport has ended.

@@ -1,6 +1,9 @@
 #include <chanlink/chanlink.h>
 
 #include <cstdio>
+#ifdef CONSUMER_TLS
+#include <chanlink/tls.h>
+#endif
 
 // Frames a payload and decodes it again through the installed library.
 int main() {
@@ -13,6 +16,13 @@ int main() {
         std::puts("round trip failed");
         return 1;
     }
+#ifdef CONSUMER_TLS
+    std::string error;
+    if (TLSContext::forServer({"/nonexistent.pem", "", ""}, error) || error.empty()) {
+        std::puts("TLS context from a missing file");
+        return 1;
+    }
+#endif
     std::puts("chanlink consumer ok");
     return 0;
 }
