@@ -47,6 +47,12 @@ struct ClientBinding {
             PythonErrors::connectionFailed("the connection was lost before channel " +
                                            std::to_string(channel) + " was answered");
         }
+        // The client closed the connection itself, for a bound the device broke.
+        if (reason == ReasonCode::FrameTooLarge || reason == ReasonCode::DeviceNotReading) {
+            PythonErrors::connectionFailed(std::string(ReasonCode::describe(reason)) +
+                                           ", before channel " + std::to_string(channel) +
+                                           " was answered");
+        }
         PythonErrors::refused(channel, reason);
     }
 
@@ -111,8 +117,8 @@ struct ClientBinding {
             }
             const GetOutcome& outcome = found->second;
             const unsigned char reason = outcome.getReasonCode();
-            if (reason == ReasonCode::NotConnected || reason == ReasonCode::ConnectionLost) {
-                raiseFailure(id, reason);
+            if (ReasonCode::madeLocally(reason)) {
+                raiseFailure(id, reason);  // no device answered: not a refusal to list
             }
             values[py::int_(id)] = outcome.getSuccess() ? py::object(toBytes(outcome.getData()))
                                                         : PythonErrors::makeRefused(id, reason);

@@ -14,6 +14,7 @@
 #include "chanlink/client/ClientSession.h"
 #include "chanlink/client/GetOutcome.h"
 #include "chanlink/client/LoginOutcome.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/flow/Dispatcher.h"
 #include "chanlink/flow/Receiver.h"
@@ -46,10 +47,11 @@
 // sent). Requests made while connecting or logging in wait for the login, as
 // in a session.
 //
-// A device that sends a frame larger than the undecoded limit (16 MiB by
-// default, setMaxUndecodedBytes) has its connection closed; the client then
-// reconnects with its back-off like after any other loss, and
-// getLastDropReason() says why.
+// A device that breaks one of SessionWaiter's bounds (a frame larger than the
+// undecoded limit, 16 MiB by default; more requests left unread than the
+// queued limit, 65536) has its connection closed; outstanding requests are
+// answered with ReasonCode::FrameTooLarge or DeviceNotReading, the client
+// reconnects with its back-off, and getLastDropReason() says why.
 //
 // Like the session, it has no threads: tick() does everything and calls the
 // application's receivers. Not thread-safe. Receivers may call any operation
@@ -101,7 +103,10 @@ public:
     // Most bytes a session may hold undecoded before its connection is
     // dropped (SessionWaiter::DefaultMaxUndecodedBytes by default); 0 means
     // no bound.
-    void setMaxUndecodedBytes(std::size_t limit) { maxUndecodedBytes = limit; }
+    void setMaxUndecodedBytes(std::size_t limit) { waiter.setMaxUndecodedBytes(limit); }
+    // Most requests that may wait unsent after a tick before the connection
+    // is dropped (SessionWaiter::DefaultMaxQueuedRequests); 0 means no bound.
+    void setMaxQueuedRequests(std::size_t limit) { waiter.setMaxQueuedRequests(limit); }
 
     // From Stopped: the first attempt starts at once (name resolution
     // included, which takes as long as the system's resolver). Otherwise
@@ -146,7 +151,7 @@ public:
     std::chrono::milliseconds getRetryDelay() const { return retryDelay; }
     // Attempts failed in a row since the last successful login.
     unsigned int getFailedAttempts() const { return failedAttempts; }
-    // Why the client itself last dropped a connection (an oversized frame);
+    // Why the client itself last dropped a connection (a bound broken);
     // empty when it never did.
     const std::string& getLastDropReason() const { return lastDropReason; }
     // Channels that gets wait for, plus sets not answered yet.
@@ -215,8 +220,9 @@ private:
     void progress();
     void startLogin();
     void becomeReady();
-    // Drops the session and schedules the next attempt.
-    void connectionLost();
+    // Drops the session, answers what waited with reason and schedules the
+    // next attempt.
+    void connectionLost(unsigned char reason);
     void setState(State newState);
     // Answers every outstanding get and set with reason.
     void failOutstanding(unsigned char reason);
@@ -231,7 +237,8 @@ private:
     std::chrono::milliseconds initialBackOff{100};
     std::chrono::milliseconds maximumBackOff{5000};
     std::chrono::milliseconds attemptTimeout{10000};
-    std::size_t maxUndecodedBytes;
+    // The bounds on each session, and the loop of the timed calls.
+    SessionWaiter waiter;
     std::string lastDropReason;
 
     State state = Stopped;
