@@ -284,7 +284,7 @@ void ReconnectingClient::startLogin() {
 }
 
 void ReconnectingClient::becomeReady() {
-    failedAttempts = 0;
+    readySince = clock->now();
     // The valve is open by now, so each channel is asked for exactly once.
     const std::shared_ptr<ClientSession> current = session;
     for (const auto& entry : registry->subscriptions) {
@@ -301,6 +301,14 @@ void ReconnectingClient::becomeReady() {
 }
 
 void ReconnectingClient::connectionLost(unsigned char reason) {
+    // Only a connection that stayed up for the longest back-off, and was not
+    // closed by a bound, starts the count over: a device that logs the client
+    // in and then misbehaves at once is tried no more often than that.
+    if (state == Ready && reason == ReasonCode::ConnectionLost &&
+        std::chrono::duration_cast<std::chrono::milliseconds>(clock->now() - readySince) >=
+            maximumBackOff) {
+        failedAttempts = 0;
+    }
     const std::shared_ptr<ClientSession> dropped = std::move(session);
     const std::shared_ptr<Transport> closed = std::move(transport);
     if (closed) {

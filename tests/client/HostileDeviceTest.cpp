@@ -127,7 +127,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"StopsReading", Attack::StopsReading, ReasonCode::DeviceNotReading}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(HostileDeviceReconnecting, StartsOverUntilAnHonestDeviceThenAPushReceiverIsRenewed) {
+TEST(HostileDeviceReconnecting, BacksOffToTheMaximumThenAPushReceiverIsRenewed) {
     std::vector<std::unique_ptr<Connection>> made;
     auto clock = std::make_shared<ManualClock>();
     ReconnectingClient client(
@@ -138,6 +138,7 @@ TEST(HostileDeviceReconnecting, StartsOverUntilAnHonestDeviceThenAPushReceiverIs
         },
         "u", "p", clock);
     client.setMaxUndecodedBytes(Limit);
+    client.setBackOff(100ms, 400ms);
     auto pushed = std::make_shared<RecordingReceiver<GetOutcome>>();
     auto got = std::make_shared<RecordingReceiver<GetOutcome>>();
     client.addPushReceiver(pushed);
@@ -150,6 +151,10 @@ TEST(HostileDeviceReconnecting, StartsOverUntilAnHonestDeviceThenAPushReceiverIs
     }
     ASSERT_EQ(made.size(), 5u);
     ASSERT_EQ(client.getState(), ReconnectingClient::Ready);
+    // Each drop came soon after a login, so each counted as a failure: 100,
+    // 200, 400, 400 ms.
+    EXPECT_EQ(client.getFailedAttempts(), 4u);
+    EXPECT_EQ(client.getRetryDelay(), 400ms);
     EXPECT_EQ(got->received(), std::vector<GetOutcome>{GetOutcome(3, ReasonCode::FrameTooLarge)});
     EXPECT_NE(client.getLastDropReason().find("larger than 64 KiB"), std::string::npos);
 

@@ -92,9 +92,11 @@ public:
     ReconnectingClient& operator=(const ReconnectingClient&) = delete;
 
     // Delay before the first retry after a failure or loss, doubled after
-    // each further failed attempt, never above maximum; back to initial once
-    // a login succeeds. Defaults 100 ms and 5 s. initial is at least 1 ms,
-    // maximum at least initial.
+    // each further failed attempt, never above maximum. A connection counts
+    // as a failed attempt too unless it stayed Ready for at least maximum and
+    // was not closed by a bound; one that did starts the delay over at
+    // initial. Defaults 100 ms and 5 s. initial is at least 1 ms, maximum at
+    // least initial.
     void setBackOff(std::chrono::milliseconds initial, std::chrono::milliseconds maximum);
     // Longest time from the start of an attempt to a successful login; an
     // attempt that takes longer (a connect or a login that is never
@@ -149,7 +151,7 @@ public:
     std::shared_ptr<ClientSession> getSession() const { return session; }
     // The back-off chosen at the last failure (0 before the first).
     std::chrono::milliseconds getRetryDelay() const { return retryDelay; }
-    // Attempts failed in a row since the last successful login.
+    // Attempts failed in a row, counted at each loss (see setBackOff).
     unsigned int getFailedAttempts() const { return failedAttempts; }
     // Why the client itself last dropped a connection (a bound broken);
     // empty when it never did.
@@ -246,6 +248,7 @@ private:
     std::shared_ptr<ClientSession> session;
     ClientClock::TimePoint attemptDeadline{};
     ClientClock::TimePoint retryAt{};
+    ClientClock::TimePoint readySince{};
     std::chrono::milliseconds retryDelay{0};
     unsigned int failedAttempts = 0;
     // Requests were queued since the last tick: the next one sends them, so
