@@ -8,6 +8,7 @@
 #include "chanlink/capture/CaptureTransport.h"
 #include "chanlink/client/ClientSessionBuilder.h"
 #include "chanlink/flow/FunctionReceiver.h"
+#include "chanlink/transport/TransportPoll.h"
 
 namespace cli {
 
@@ -74,22 +75,11 @@ Connection::~Connection() {
 }
 
 ConnectionOutcome::ConnectionStates Connection::state() const {
-#ifdef CHANLINK_WITH_TLS
-    if (tls) {
-        return tls->state();
-    }
-#endif
-    return tcp->state();
+    return TransportPoll::of(*clientSession->getTransport()).state;
 }
 
 void Connection::close() {
-#ifdef CHANLINK_WITH_TLS
-    if (tls) {
-        tls->close();
-        return;
-    }
-#endif
-    tcp->close();
+    TransportPoll::close(*clientSession->getTransport());
 }
 
 Failure Connection::open() {

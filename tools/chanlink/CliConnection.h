@@ -76,10 +76,11 @@ private:
     std::string address() const;
 
     Options options;
+    // The session's transport, whatever wraps it (TransportPoll).
     ConnectionOutcome::ConnectionStates state() const;
     void close();
 
-    // One of the two, by options.tls.
+    // One of the two, by options.tls: connecting, and why TLS failed.
     std::shared_ptr<TCPClientTransport> tcp;
 #ifdef CHANLINK_WITH_TLS
     std::shared_ptr<TLSClientTransport> tls;
