@@ -39,8 +39,20 @@ if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CROSSCOMPILING
     endif()
 endif()
 
-option(CHANLINK_BUILD_PYTHON
-    "Build the Python module (needs pybind11-dev python3-pybind11 python3-dev)" ${chanlink_python_default})
+if(NOT DEFINED CHANLINK_BUILD_PYTHON AND NOT chanlink_python_default)
+    # Off only because pybind11 is missing: not cached, so that the next
+    # configure of this build directory looks again (after pybind11 has been
+    # installed, say). -DCHANLINK_BUILD_PYTHON=OFF is cached and kept.
+    set(CHANLINK_BUILD_PYTHON OFF)
+    if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CROSSCOMPILING)
+        message(STATUS "chanlink Python module not built: no Python 3 with its headers and "
+            "pybind11 (pybind11-dev python3-pybind11 python3-dev); looked for at every configure")
+    endif()
+else()
+    option(CHANLINK_BUILD_PYTHON
+        "Build the Python module (needs pybind11-dev python3-pybind11 python3-dev)"
+        ${chanlink_python_default})
+endif()
 
 if(CHANLINK_BUILD_PYTHON AND NOT (Python3_FOUND AND pybind11_FOUND))
     message(FATAL_ERROR "CHANLINK_BUILD_PYTHON needs Python 3 with its headers and pybind11: "

@@ -17,4 +17,23 @@ scripts/require-packages.sh "${packages[@]}"
 jobs="$(nproc 2>/dev/null || echo 2)"
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset" -j "$jobs"
+
+# The packages above make every optional part buildable, so each one's tests
+# must be in the run. One left out (a build directory configured before a
+# package was installed, a find_package that failed) would otherwise make
+# the run pass without them.
+listed="$(ctest --test-dir "build/$preset" -N)"
+absent=()
+for expected in python tools.bridge 'tools.capture.*' 'tls.*' tools.cli.tls; do
+    pattern="${expected//./\\.}"
+    pattern="${pattern/\*/.*}"
+    grep -Eq "Test +#[0-9]+: ${pattern}\$" <<<"$listed" || absent+=("$expected")
+done
+if [ ${#absent[@]} -ne 0 ]; then
+    echo "test.sh: these tests are not registered in build/$preset although their" \
+        "packages are installed: ${absent[*]}" >&2
+    echo "test.sh: see why in the output of 'cmake --preset $preset', or start over" \
+        "with 'rm -rf build/$preset'" >&2
+    exit 1
+fi
 ctest --preset "$preset" -j "$jobs"

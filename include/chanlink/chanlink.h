@@ -84,6 +84,7 @@
 #include "chanlink/processing/BitfieldMultiplexedTransform.h"
 #include "chanlink/processing/ChannelCache.h"
 #include "chanlink/processing/ChannelIdMappingTransform.h"
+#include "chanlink/processing/LatestValueQueue.h"
 
 // Device side
 #include "chanlink/server/ChannelStore.h"

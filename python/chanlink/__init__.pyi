@@ -88,7 +88,8 @@ class Client:
         """'Ready', 'Connecting', 'LoggingIn', 'WaitingToReconnect' or 'Stopped'."""
     @property
     def dropped_values(self) -> int:
-        """Subscribed values dropped because more than 100000 waited for poll()."""
+        """Values of subscribed channels dropped because more than 100000 waited for poll();
+        the latest value of each channel is always kept."""
     def __enter__(self) -> Client: ...
     def __exit__(self, kind: Optional[Type[BaseException]], value: Optional[BaseException],
                  traceback: Optional[TracebackType]) -> None: ...

@@ -19,9 +19,6 @@ ChangeWatch::ChangeWatch(std::shared_ptr<PythonClient> client, std::vector<unsig
         if (change.first) {
             item.previous = change.first->getData();
         }
-        if (changes.size() >= PythonClient::MaxPendingValues) {
-            changes.pop_front();
-        }
         changes.push_back(std::move(item));
     });
     cache->addReceiver(changeReceiver);
@@ -30,7 +27,7 @@ ChangeWatch::ChangeWatch(std::shared_ptr<PythonClient> client, std::vector<unsig
                          this->channels.end());
     this->client->locked([this] {
         for (unsigned int channel : this->channels) {
-            this->client->client().addSubscription(channel, cache);
+            this->client->client().addSubscription(channel, values);
         }
     });
 }
@@ -41,20 +38,29 @@ ChangeWatch::~ChangeWatch() {
 
 std::optional<ChangeWatch::Change> ChangeWatch::next() {
     auto change = client->locked([this]() -> std::optional<Change> {
-        if (open && left != std::size_t(0) && changes.empty()) {
-            auto timeLeft = duration;
-            if (duration != std::chrono::milliseconds::max()) {
-                const auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(
-                    std::chrono::steady_clock::now() - start);
-                timeLeft = std::max(std::chrono::milliseconds(0), duration - spent);
+        const auto timeLeft = [this] {
+            if (duration == std::chrono::milliseconds::max()) {
+                return duration;
             }
-            // A stopped client (closed, or lost with reconnect off) brings nothing more.
-            client->tickUntil(
-                [this] {
-                    return !changes.empty() ||
-                           client->client().getState() == ReconnectingClient::Stopped;
-                },
-                timeLeft);
+            const auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(
+                std::chrono::steady_clock::now() - start);
+            return std::max(std::chrono::milliseconds(0), duration - spent);
+        };
+        // A stopped client (closed, or lost with reconnect off) brings nothing more.
+        const auto stopped = [this] {
+            return client->client().getState() == ReconnectingClient::Stopped;
+        };
+        bool waited = false;
+        while (open && left != std::size_t(0) && changes.empty()) {
+            for (const GetOutcome& value : values->takeAll()) {
+                cache->receive(value);  // a repeated value makes no change
+            }
+            if (!changes.empty() || stopped() || (waited && timeLeft().count() == 0)) {
+                break;
+            }
+            client->tickUntil([this, &stopped] { return !values->empty() || stopped(); },
+                              timeLeft());
+            waited = true;
         }
         if (!open || left == std::size_t(0) || changes.empty()) {
             return std::nullopt;
@@ -76,7 +82,7 @@ void ChangeWatch::close() {
     client->locked([this] {
         if (open) {
             for (unsigned int channel : channels) {
-                client->client().removeSubscription(channel, cache);
+                client->client().removeSubscription(channel, values);
             }
             open = false;
         }

@@ -47,6 +47,12 @@ struct ClientBinding {
             PythonErrors::connectionFailed("the connection was lost before channel " +
                                            std::to_string(channel) + " was answered");
         }
+        // The client closed the connection itself, for a bound the device broke.
+        if (reason == ReasonCode::FrameTooLarge || reason == ReasonCode::DeviceNotReading) {
+            PythonErrors::connectionFailed(std::string(ReasonCode::describe(reason)) +
+                                           ", before channel " + std::to_string(channel) +
+                                           " was answered");
+        }
         PythonErrors::refused(channel, reason);
     }
 
@@ -111,8 +117,8 @@ struct ClientBinding {
             }
             const GetOutcome& outcome = found->second;
             const unsigned char reason = outcome.getReasonCode();
-            if (reason == ReasonCode::NotConnected || reason == ReasonCode::ConnectionLost) {
-                raiseFailure(id, reason);
+            if (ReasonCode::madeLocally(reason)) {
+                raiseFailure(id, reason);  // no device answered: not a refusal to list
             }
             values[py::int_(id)] = outcome.getSuccess() ? py::object(toBytes(outcome.getData()))
                                                         : PythonErrors::makeRefused(id, reason);
@@ -157,20 +163,21 @@ struct ClientBinding {
         auto values = withoutGil([&] { return core->poll(wait); });
         int delivered = 0;
         while (!values.empty()) {
-            const PythonClient::Pushed value = std::move(values.front());
+            const GetOutcome value = std::move(values.front());
             values.pop_front();
-            const auto found = callbacks.find(value.channel);
+            const unsigned int channel = value.getChannelId();
+            const auto found = callbacks.find(channel);
             if (found == callbacks.end()) {
                 continue;
             }
             const std::vector<py::object> receivers = found->second;  // they may unsubscribe
-            const py::bytes data = toBytes(value.data);
+            const py::bytes data = toBytes(value.getData());
             try {
                 for (const py::object& callback : receivers) {
-                    callback(value.channel, data);
+                    callback(channel, data);
                 }
             } catch (py::error_already_set&) {
-                withoutGil([&] { core->requeue(std::move(values)); });
+                withoutGil([&] { core->requeue(values); });
                 throw;
             }
             ++delivered;
@@ -321,7 +328,8 @@ void defineClient(py::module_& m) {
             [](ClientBinding& self) {
                 return withoutGil([&] { return self.core->droppedValues(); });
             },
-            "Subscribed values dropped because more than 100000 waited for poll().")
+            "Values of subscribed channels dropped because more than 100000 waited for poll(); "
+            "the latest value of each channel is always kept.")
         .def("__enter__", [](py::object self) { return self; })
         .def("__exit__",
              [](ClientBinding& self, const py::args&) { withoutGil([&] { self.core->close(); }); });

@@ -148,48 +148,29 @@ std::optional<std::map<unsigned int, GetOutcome>> PythonClient::getMany(
 
 void PythonClient::subscribe(unsigned int channel) {
     const std::lock_guard<std::mutex> guard(lock);
-    if (subscriptions.count(channel) != 0) {
-        return;
+    if (subscriptions.insert(channel).second) {
+        reconnecting.addSubscription(channel, pending);
     }
-    auto receiver = makeReceiver<GetOutcome>([this](const GetOutcome& outcome) {
-        if (!outcome.getSuccess()) {
-            return;
-        }
-        if (pending.size() >= MaxPendingValues) {
-            pending.pop_front();
-            ++dropped;
-        }
-        pending.push_back({outcome.getChannelId(), outcome.getData()});
-    });
-    subscriptions.emplace(channel, receiver);
-    reconnecting.addSubscription(channel, receiver);
 }
 
 void PythonClient::unsubscribe(unsigned int channel) {
     const std::lock_guard<std::mutex> guard(lock);
-    const auto found = subscriptions.find(channel);
-    if (found != subscriptions.end()) {
-        reconnecting.removeSubscription(channel, found->second);
-        subscriptions.erase(found);
+    if (subscriptions.erase(channel) != 0) {
+        reconnecting.removeSubscription(channel, pending);
     }
 }
 
-std::deque<PythonClient::Pushed> PythonClient::poll(Milliseconds timeout) {
+std::deque<GetOutcome> PythonClient::poll(Milliseconds timeout) {
     const std::lock_guard<std::mutex> guard(lock);
-    if (pending.empty()) {
-        tickUntil([this] { return !pending.empty(); }, timeout);
+    if (pending->empty()) {
+        tickUntil([this] { return !pending->empty(); }, timeout);
     }
-    return std::exchange(pending, {});
+    return pending->takeAll();
 }
 
-void PythonClient::requeue(std::deque<Pushed> values) {
+void PythonClient::requeue(const std::deque<GetOutcome>& values) {
     const std::lock_guard<std::mutex> guard(lock);
-    pending.insert(pending.begin(), std::make_move_iterator(values.begin()),
-                   std::make_move_iterator(values.end()));
-    while (pending.size() > MaxPendingValues) {
-        pending.pop_front();
-        ++dropped;
-    }
+    pending->putBack(values);
 }
 
 void PythonClient::close() {
@@ -210,7 +191,7 @@ std::string PythonClient::stateName() {
 
 std::size_t PythonClient::droppedValues() {
     const std::lock_guard<std::mutex> guard(lock);
-    return dropped;
+    return pending->dropped();
 }
 
 std::string PythonClient::describeNoConnection() {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "chanlink/client/ReconnectingClient.h"
 #include "chanlink/client/SessionWaiter.h"
 #include "chanlink/client/SetOutcome.h"
+#include "chanlink/processing/LatestValueQueue.h"
 
 // The client behind chanlink.Client: a ReconnectingClient and what the
 // Python side needs around it. Every public operation takes one lock, so
@@ -25,12 +27,6 @@ class PythonClient {
 public:
     using Milliseconds = std::chrono::milliseconds;
 
-    // A value of a subscribed channel waiting to be handed to Python.
-    struct Pushed {
-        unsigned int channel;
-        std::vector<unsigned char> data;
-    };
-
     enum class ConnectResult {
         Ready,          // logged in
         LoginRefused,   // loginResult() says how
@@ -38,10 +34,6 @@ public:
         NoConnection,   // no connection could be made in time
         Interrupted,    // a signal handler raised (the error is set in Python)
     };
-
-    // Values of subscribed channels that may wait for poll(); beyond this the
-    // oldest are dropped and counted.
-    static constexpr std::size_t MaxPendingValues = 100000;
 
     // reconnect false: the client stops at the first lost connection.
     // maxFrame: undecoded bytes allowed from the device, 0 for no bound.
@@ -67,15 +59,17 @@ public:
     std::optional<std::map<unsigned int, GetOutcome>> getMany(
         const std::vector<unsigned int>& channels, Milliseconds timeout);
 
-    // Queues the channel's values for poll(), across reconnects.
+    // Queues the channel's values for poll(), across reconnects. Past the
+    // queue's bound only the latest value of each channel waits
+    // (LatestValueQueue); droppedValues() counts the others.
     void subscribe(unsigned int channel);
     void unsubscribe(unsigned int channel);
     // Ticks until a value is queued or the timeout has passed, then hands
     // over every queued value.
-    std::deque<Pushed> poll(Milliseconds timeout);
+    std::deque<GetOutcome> poll(Milliseconds timeout);
     // Puts values back in front of the queue (a callback raised before they
     // were delivered).
-    void requeue(std::deque<Pushed> values);
+    void requeue(const std::deque<GetOutcome>& values);
 
     // Runs f with the lock held; f may use client() and tickUntil().
     template <typename F>
@@ -107,7 +101,7 @@ private:
     ReconnectingClient reconnecting;
     std::optional<int> refusedLogin;
     bool closed = false;
-    std::map<unsigned int, std::shared_ptr<Receiver<GetOutcome>>> subscriptions;
-    std::deque<Pushed> pending;
-    std::size_t dropped = 0;
+    std::set<unsigned int> subscriptions;
+    // Values of the subscribed channels waiting for poll().
+    std::shared_ptr<LatestValueQueue> pending = std::make_shared<LatestValueQueue>();
 };

@@ -79,25 +79,36 @@ def test_device_restart_under_subscribed_client(device, client):
         assert client.get(1) == b"\x07\0\0\0"
 
 
-def test_gil_released_during_blocking_get(device, client):
-    device.close()
-    assert poll_until(client, lambda: client.state != "Ready")
-    count = 0
-    stop = threading.Event()
+def test_gil_released_during_blocking_get(device):
+    # A relay that passes the login and its answer, then swallows every
+    # request: the get below really waits on the network.
+    listener = socket.create_server(("127.0.0.1", 0))
+    listener.settimeout(5.0)
 
-    def spin():
-        nonlocal count
-        while not stop.is_set():
-            count += 1
-    thread = threading.Thread(target=spin)
-    thread.start()
-    before = count
-    with pytest.raises(chanlink.ConnectionFailed):
-        client.get(1, timeout=1.0)
-    progress = count - before
-    stop.set()
-    thread.join()
-    assert progress > 1000
+    def relay():
+        conn, _ = listener.accept()
+        with conn, socket.create_connection(("127.0.0.1", device.port), timeout=5.0) as up:
+            up.sendall(conn.recv(4096))
+            conn.sendall(up.recv(4096))
+            while conn.recv(4096):
+                pass
+    threading.Thread(target=relay, daemon=True).start()
+    stamps, stop = [], threading.Event()
+
+    def record():
+        while not stop.wait(0.01):
+            stamps.append(time.monotonic())
+    with listener, chanlink.Client("127.0.0.1", listener.getsockname()[1], "admin", "secret") as c:
+        recorder = threading.Thread(target=record)
+        recorder.start()
+        start = time.monotonic()
+        with pytest.raises(chanlink.Timeout):
+            c.get(1, timeout=0.6)
+        end = time.monotonic()
+        stop.set()
+        recorder.join()
+    # Had the waiting call held the GIL, no stamp would fall inside it.
+    assert sum(start + 0.1 < stamp < end - 0.1 for stamp in stamps) >= 10
 
 
 @pytest.mark.parametrize("call, error", [

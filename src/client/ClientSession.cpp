@@ -7,11 +7,12 @@
 
 namespace {
 
-// The untimed calls have no limit of any kind, the frame bound included:
-// they keep the plain loop's meaning and only sleep between its ticks.
+// The untimed calls have no limit of any kind, the bounds included: they
+// keep the plain loop's meaning and only sleep between its ticks.
 SessionWaiter unboundedWaiter() {
     SessionWaiter waiter;
     waiter.setMaxUndecodedBytes(0);
+    waiter.setMaxQueuedRequests(0);
     return waiter;
 }
 
@@ -123,8 +124,8 @@ std::optional<GetOutcome> ClientSession::blockingGet(unsigned int channelId,
         *this, [&queue] { return !queue->empty(); }, timeout);
     if (result != SessionWaiter::Result::Done) {
         cancelRequest(channelId, queue);
-        if (result == SessionWaiter::Result::FrameTooLarge) {
-            return GetOutcome(channelId, ReasonCode::ConnectionLost);
+        if (const auto reason = SessionWaiter::closingReason(result)) {
+            return GetOutcome(channelId, *reason);
         }
         return std::nullopt;
     }
@@ -148,8 +149,8 @@ std::optional<SetOutcome> ClientSession::blockingSet(unsigned int channelId,
         *this, [&queue] { return !queue->empty(); }, timeout);
     if (result != SessionWaiter::Result::Done) {
         cancelSet(queue);
-        if (result == SessionWaiter::Result::FrameTooLarge) {
-            return SetOutcome(channelId, ReasonCode::ConnectionLost);
+        if (const auto reason = SessionWaiter::closingReason(result)) {
+            return SetOutcome(channelId, *reason);
         }
         return std::nullopt;
     }

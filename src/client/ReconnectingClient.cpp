@@ -85,7 +85,7 @@ ReconnectingClient::ReconnectingClient(TransportFactory factory, const std::stri
       username(username),
       password(password),
       clock(clock ? std::move(clock) : ClientClock::system()),
-      maxUndecodedBytes(SessionWaiter::DefaultMaxUndecodedBytes),
+      waiter(this->clock),
       registry(std::make_shared<Registry>()),
       loginReceivers(std::make_shared<Dispatcher<LoginOutcome>>()),
       errorReceivers(std::make_shared<Dispatcher<ErrorResponse>>()) {}
@@ -200,7 +200,7 @@ void ReconnectingClient::beginAttempt() {
     if (!transport) {
         attemptDeadline = clock->now();
         setState(Connecting);
-        connectionLost();
+        connectionLost(ReasonCode::ConnectionLost);
         return;
     }
     session = ClientSessionBuilder()
@@ -232,19 +232,23 @@ void ReconnectingClient::tick() {
     // session while it is being ticked.
     const std::shared_ptr<ClientSession> ticked = session;
     ticked->tick();
-    if (session == ticked && SessionWaiter::exceedsUndecodedLimit(*ticked, maxUndecodedBytes)) {
-        lastDropReason = SessionWaiter::describeFrameTooLarge(maxUndecodedBytes);
+    if (session != ticked) {
+        return;
     }
-    if (session == ticked) {
-        progress();
+    const SessionWaiter::Result bound = waiter.enforceBounds(*ticked);
+    if (const auto reason = SessionWaiter::closingReason(bound)) {
+        lastDropReason = waiter.describeClosing(bound);
+        connectionLost(*reason);
+        return;
     }
+    progress();
 }
 
 void ReconnectingClient::progress() {
     const ConnectionOutcome::ConnectionStates connection = TransportPoll::of(*transport).state;
     if (connection == ConnectionOutcome::ConnectionFailed ||
         connection == ConnectionOutcome::Closed) {
-        connectionLost();
+        connectionLost(ReasonCode::ConnectionLost);
         return;
     }
     if (state == Connecting && connection == ConnectionOutcome::Connected) {
@@ -255,7 +259,8 @@ void ReconnectingClient::progress() {
         const LoginOutcome heard = *registry->loginHeard;
         registry->loginHeard.reset();
         if (!heard.loggedIn()) {
-            connectionLost();  // refused: try again later, the device may change its mind
+            // Refused: try again later, the device may change its mind.
+            connectionLost(ReasonCode::ConnectionLost);
             return;
         }
         if (state == LoggingIn) {
@@ -264,7 +269,7 @@ void ReconnectingClient::progress() {
         }
     }
     if ((state == Connecting || state == LoggingIn) && clock->now() >= attemptDeadline) {
-        connectionLost();
+        connectionLost(ReasonCode::ConnectionLost);
     }
 }
 
@@ -279,7 +284,7 @@ void ReconnectingClient::startLogin() {
 }
 
 void ReconnectingClient::becomeReady() {
-    failedAttempts = 0;
+    readySince = clock->now();
     // The valve is open by now, so each channel is asked for exactly once.
     const std::shared_ptr<ClientSession> current = session;
     for (const auto& entry : registry->subscriptions) {
@@ -295,7 +300,15 @@ void ReconnectingClient::becomeReady() {
     setState(Ready);
 }
 
-void ReconnectingClient::connectionLost() {
+void ReconnectingClient::connectionLost(unsigned char reason) {
+    // Only a connection that stayed up for the longest back-off, and was not
+    // closed by a bound, starts the count over: a device that logs the client
+    // in and then misbehaves at once is tried no more often than that.
+    if (state == Ready && reason == ReasonCode::ConnectionLost &&
+        std::chrono::duration_cast<std::chrono::milliseconds>(clock->now() - readySince) >=
+            maximumBackOff) {
+        failedAttempts = 0;
+    }
     const std::shared_ptr<ClientSession> dropped = std::move(session);
     const std::shared_ptr<Transport> closed = std::move(transport);
     if (closed) {
@@ -318,10 +331,10 @@ void ReconnectingClient::connectionLost() {
 
     setState(WaitingToReconnect);
     for (auto& entry : gets) {
-        entry.second.receive(GetOutcome(entry.first, ReasonCode::ConnectionLost));
+        entry.second.receive(GetOutcome(entry.first, reason));
     }
     for (const auto& relay : sets) {
-        relay->receive(SetOutcome(relay->channelId, ReasonCode::ConnectionLost));
+        relay->receive(SetOutcome(relay->channelId, reason));
     }
     // The dropped session goes last: its set manager reports the sets it
     // still held as discarded, to relays that have been answered already.
@@ -359,7 +372,7 @@ bool ReconnectingClient::waitForActivity(std::chrono::milliseconds timeout) {
     const std::chrono::milliseconds wait = dueFirst ? due : timeout;
     bool ready = false;
     if (session) {
-        ready = SessionWaiter(clock).waitForActivity(*session, wait);
+        ready = waiter.waitForActivity(*session, wait);
     } else {
         clock->waitFor(-1, 0, wait);
     }
@@ -397,7 +410,6 @@ bool ReconnectingClient::waitUntilReady(std::chrono::milliseconds timeout) {
 
 bool ReconnectingClient::tickUntil(const std::function<bool()>& done,
                                    std::chrono::milliseconds timeout) {
-    const SessionWaiter waiter(clock);
     return waiter.run([this] { tick(); },
                       [this](std::chrono::milliseconds remaining) { waitForActivity(remaining); },
                       done, timeout) == SessionWaiter::Result::Done;

@@ -1,6 +1,7 @@
 #include "chanlink/client/SessionWaiter.h"
 
 #include "chanlink/endpoint/Session.h"
+#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/transport/TransportPoll.h"
 
 SessionWaiter::SessionWaiter(std::shared_ptr<ClientClock> clock)
@@ -10,22 +11,23 @@ SessionWaiter::Result SessionWaiter::run(const std::function<void()>& tick,
                                          const std::function<void(std::chrono::milliseconds)>& wait,
                                          const std::function<bool()>& done,
                                          std::chrono::milliseconds timeout) const {
+    last = Result::Done;
     if (done()) {
-        return Result::Done;
+        return last;
     }
     const ClientClock::TimePoint deadline = ClientClock::deadlineAfter(clock->now(), timeout);
     for (;;) {
         tick();
         if (done()) {
-            return Result::Done;
+            return last = Result::Done;
         }
         if (stopCheck && stopCheck()) {
-            return Result::Stopped;
+            return last = Result::Stopped;
         }
         const std::chrono::milliseconds remaining =
             ClientClock::remainingUntil(clock->now(), deadline);
         if (remaining.count() == 0) {
-            return Result::TimedOut;
+            return last = Result::TimedOut;
         }
         wait(remaining);
     }
@@ -37,10 +39,9 @@ SessionWaiter::Result SessionWaiter::tickUntil(Session& session, const std::func
     Result early = Result::Done;
     const auto tick = [&] {
         session.tick();
-        if (exceedsUndecodedLimit(session, maxUndecodedBytes)) {
-            early = Result::FrameTooLarge;
-        } else if (endOnConnectionLoss && session.getTransport() &&
-                   TransportPoll::of(*session.getTransport()).ended()) {
+        early = enforceBounds(session);
+        if (early == Result::Done && endOnConnectionLoss && session.getTransport() &&
+            TransportPoll::of(*session.getTransport()).ended()) {
             early = Result::ConnectionEnded;
         }
     };
@@ -49,7 +50,44 @@ SessionWaiter::Result SessionWaiter::tickUntil(Session& session, const std::func
     };
     const Result result = run(
         tick, wait, [&] { return early != Result::Done || done(); }, timeout);
-    return early != Result::Done && !done() ? early : result;
+    return last = early != Result::Done && !done() ? early : result;
+}
+
+SessionWaiter::Result SessionWaiter::enforceBounds(Session& session) const {
+    if (exceedsUndecodedLimit(session, maxUndecodedBytes)) {
+        return Result::FrameTooLarge;
+    }
+    const auto& outgoing = session.getOutgoingEndPoint();
+    if (maxQueuedRequests == 0 || !outgoing || outgoing->queuedMessages() <= maxQueuedRequests) {
+        return Result::Done;
+    }
+    if (session.getTransport()) {
+        TransportPoll::close(*session.getTransport());
+    }
+    // None of them can leave now.
+    outgoing->reset();
+    return Result::DeviceNotReading;
+}
+
+std::optional<unsigned char> SessionWaiter::closingReason(Result result) {
+    if (result == Result::FrameTooLarge) {
+        return ReasonCode::FrameTooLarge;
+    }
+    if (result == Result::DeviceNotReading) {
+        return ReasonCode::DeviceNotReading;
+    }
+    return std::nullopt;
+}
+
+std::string SessionWaiter::describeClosing(Result result) const {
+    if (result == Result::FrameTooLarge) {
+        return describeFrameTooLarge(maxUndecodedBytes);
+    }
+    if (result == Result::DeviceNotReading) {
+        return "the device stopped reading requests (more than " +
+               std::to_string(maxQueuedRequests) + " waiting); connection closed";
+    }
+    return {};
 }
 
 bool SessionWaiter::waitForActivity(const Session& session,

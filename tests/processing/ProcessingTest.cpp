@@ -3,6 +3,7 @@
 #include "chanlink/processing/BitfieldMultiplexedTransform.h"
 #include "chanlink/processing/ChannelCache.h"
 #include "chanlink/processing/ChannelIdMappingTransform.h"
+#include "chanlink/processing/LatestValueQueue.h"
 #include "support/RecordingReceiver.h"
 
 using testing_support::RecordingReceiver;
@@ -38,6 +39,21 @@ TEST(ChannelCache, ReportsOnlyChangesOfDataWithThePreviousValue) {
     // The stored value is the reported object, and the old one was not changed.
     EXPECT_EQ(cache.getChannel(5), changes->received()[1].second);
     EXPECT_EQ(changes->received()[0].second->getData(), Bytes{0x01});
+}
+
+TEST(LatestValueQueue, PastItsBoundKeepsTheLatestValueOfEachChannelInArrivalOrder) {
+    using Values = std::deque<GetOutcome>;
+    LatestValueQueue queue(3, 4);  // three values, four bytes
+    queue.receive(value(1, {0x01}));
+    queue.receive(value(2, {0x02}));
+    queue.receive(GetOutcome(2, 3));  // failure: not queued
+    queue.receive(value(1, {0x03}));
+    queue.receive(value(1, {0x04}));
+    EXPECT_EQ(queue.takeAll(), (Values{value(2, {0x02}), value(1, {0x04})}));
+    queue.receive(value(3, Bytes(3, 0)));
+    queue.putBack({value(3, {0x05}), value(4, {0x06})});  // in front; five bytes
+    EXPECT_EQ(queue.takeAll(), (Values{value(4, {0x06}), value(3, Bytes(3, 0))}));
+    EXPECT_EQ(queue.dropped(), 3u);
 }
 
 TEST(ChannelCache, GetChannelOfAnUnknownIdMakesAnEmptyEntry) {

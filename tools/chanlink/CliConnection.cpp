@@ -8,6 +8,7 @@
 #include "chanlink/capture/CaptureTransport.h"
 #include "chanlink/client/ClientSessionBuilder.h"
 #include "chanlink/flow/FunctionReceiver.h"
+#include "chanlink/transport/TransportPoll.h"
 
 namespace cli {
 
@@ -74,22 +75,11 @@ Connection::~Connection() {
 }
 
 ConnectionOutcome::ConnectionStates Connection::state() const {
-#ifdef CHANLINK_WITH_TLS
-    if (tls) {
-        return tls->state();
-    }
-#endif
-    return tcp->state();
+    return TransportPoll::of(*clientSession->getTransport()).state;
 }
 
 void Connection::close() {
-#ifdef CHANLINK_WITH_TLS
-    if (tls) {
-        tls->close();
-        return;
-    }
-#endif
-    tcp->close();
+    TransportPoll::close(*clientSession->getTransport());
 }
 
 Failure Connection::open() {
@@ -181,7 +171,7 @@ Failure Connection::stream(const std::function<bool()>& done,
     const Result result =
         waiter.tickUntil(*clientSession, done, limit.value_or(std::chrono::milliseconds::max()));
     // Running out of time or being stopped is how a stream ends.
-    if (result == Result::ConnectionEnded || result == Result::FrameTooLarge) {
+    if (result == Result::ConnectionEnded || SessionWaiter::closingReason(result)) {
         return waitFailure(result, "");
     }
     return {};
@@ -213,8 +203,8 @@ Failure Connection::waitFailure(Result result, const std::string& what) const {
                     "connection to " + address() + " closed" +
                         (what.empty() ? "" : " while waiting for " + what)};
         case Result::FrameTooLarge:
-            return {ExitCode::ConnectionFailed,
-                    SessionWaiter::describeFrameTooLarge(options.maxFrame)};
+        case Result::DeviceNotReading:
+            return {ExitCode::ConnectionFailed, waiter.describeClosing(result)};
         case Result::Stopped:
             return {ExitCode::Interrupted, "interrupted while waiting for " + what};
         case Result::Done:

@@ -34,7 +34,7 @@ struct Failure {
 // through the library's SessionWaiter: each wait has a deadline, ends early
 // when the connection fails or closes or a stop signal comes, sleeps on the
 // socket rather than spinning, and closes the connection when the device
-// sends a frame larger than --max-frame.
+// sends a frame larger than --max-frame or stops reading requests.
 class Connection {
 public:
     // Nothing is connected yet.
@@ -61,7 +61,7 @@ public:
     // Keeps the session running, delivering whatever arrives, until done()
     // is true, the time limit (if any) has passed, or a stop was requested;
     // all of these are a normal end. Fails only when the connection is lost
-    // or closed for an oversized frame.
+    // or closed by a bound (an oversized frame, requests left unread).
     Failure stream(const std::function<bool()>& done,
                    std::optional<std::chrono::milliseconds> limit);
 
@@ -76,10 +76,11 @@ private:
     std::string address() const;
 
     Options options;
+    // The session's transport, whatever wraps it (TransportPoll).
     ConnectionOutcome::ConnectionStates state() const;
     void close();
 
-    // One of the two, by options.tls.
+    // One of the two, by options.tls: connecting, and why TLS failed.
     std::shared_ptr<TCPClientTransport> tcp;
 #ifdef CHANLINK_WITH_TLS
     std::shared_ptr<TLSClientTransport> tls;

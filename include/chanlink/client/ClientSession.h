@@ -78,10 +78,11 @@ public:
     // the timeout plus one tick whatever the peer does; it is empty when the
     // time ran out. A timeout of 0 (or less) makes exactly one tick;
     // std::chrono::milliseconds::max() waits without limit. Between ticks
-    // they sleep on the socket. waiter gives the clock and the bound on what
-    // the session may hold undecoded (16 MiB by default): a device that sends
-    // a larger frame has its connection closed, and the get or set is then
-    // answered with ReasonCode::ConnectionLost; a login is empty.
+    // they sleep on the socket. waiter gives the clock and the bounds on what
+    // a device can make the session hold (SessionWaiter): when one closes the
+    // connection, the get or set is answered with ReasonCode::FrameTooLarge
+    // or ReasonCode::DeviceNotReading; a login is empty, and
+    // waiter.lastResult() tells why.
 
     // initiateLogin(), then ticks until the login is no longer Pending.
     // Failure at once, without a tick, when no request can be built. On
@@ -119,8 +120,8 @@ public:
     // waits) on which a tick has work to do. Watch it and call tick() when it
     // is ready. fd is -1, which poll skips, when there is nothing to watch
     // (no socket, or no connection); then tick on the loop's own schedule.
-    // revents is 0. Such a loop bounds what the session holds undecoded by
-    // calling SessionWaiter::exceedsUndecodedLimit() after each tick.
+    // revents is 0. Such a loop bounds what a device can make the session
+    // hold by calling SessionWaiter::enforceBounds() after each tick.
     pollfd getPollDescriptor() const;
 
     // The get manager's cancelRequest: receiver stops waiting for the

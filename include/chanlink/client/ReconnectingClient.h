@@ -14,6 +14,7 @@
 #include "chanlink/client/ClientSession.h"
 #include "chanlink/client/GetOutcome.h"
 #include "chanlink/client/LoginOutcome.h"
+#include "chanlink/client/SessionWaiter.h"
 #include "chanlink/client/SetOutcome.h"
 #include "chanlink/flow/Dispatcher.h"
 #include "chanlink/flow/Receiver.h"
@@ -46,10 +47,11 @@
 // sent). Requests made while connecting or logging in wait for the login, as
 // in a session.
 //
-// A device that sends a frame larger than the undecoded limit (16 MiB by
-// default, setMaxUndecodedBytes) has its connection closed; the client then
-// reconnects with its back-off like after any other loss, and
-// getLastDropReason() says why.
+// A device that breaks one of SessionWaiter's bounds (a frame larger than the
+// undecoded limit, 16 MiB by default; more requests left unread than the
+// queued limit, 65536) has its connection closed; outstanding requests are
+// answered with ReasonCode::FrameTooLarge or DeviceNotReading, the client
+// reconnects with its back-off, and getLastDropReason() says why.
 //
 // Like the session, it has no threads: tick() does everything and calls the
 // application's receivers. Not thread-safe. Receivers may call any operation
@@ -90,9 +92,11 @@ public:
     ReconnectingClient& operator=(const ReconnectingClient&) = delete;
 
     // Delay before the first retry after a failure or loss, doubled after
-    // each further failed attempt, never above maximum; back to initial once
-    // a login succeeds. Defaults 100 ms and 5 s. initial is at least 1 ms,
-    // maximum at least initial.
+    // each further failed attempt, never above maximum. A connection counts
+    // as a failed attempt too unless it stayed Ready for at least maximum and
+    // was not closed by a bound; one that did starts the delay over at
+    // initial. Defaults 100 ms and 5 s. initial is at least 1 ms, maximum at
+    // least initial.
     void setBackOff(std::chrono::milliseconds initial, std::chrono::milliseconds maximum);
     // Longest time from the start of an attempt to a successful login; an
     // attempt that takes longer (a connect or a login that is never
@@ -101,7 +105,10 @@ public:
     // Most bytes a session may hold undecoded before its connection is
     // dropped (SessionWaiter::DefaultMaxUndecodedBytes by default); 0 means
     // no bound.
-    void setMaxUndecodedBytes(std::size_t limit) { maxUndecodedBytes = limit; }
+    void setMaxUndecodedBytes(std::size_t limit) { waiter.setMaxUndecodedBytes(limit); }
+    // Most requests that may wait unsent after a tick before the connection
+    // is dropped (SessionWaiter::DefaultMaxQueuedRequests); 0 means no bound.
+    void setMaxQueuedRequests(std::size_t limit) { waiter.setMaxQueuedRequests(limit); }
 
     // From Stopped: the first attempt starts at once (name resolution
     // included, which takes as long as the system's resolver). Otherwise
@@ -144,9 +151,9 @@ public:
     std::shared_ptr<ClientSession> getSession() const { return session; }
     // The back-off chosen at the last failure (0 before the first).
     std::chrono::milliseconds getRetryDelay() const { return retryDelay; }
-    // Attempts failed in a row since the last successful login.
+    // Attempts failed in a row, counted at each loss (see setBackOff).
     unsigned int getFailedAttempts() const { return failedAttempts; }
-    // Why the client itself last dropped a connection (an oversized frame);
+    // Why the client itself last dropped a connection (a bound broken);
     // empty when it never did.
     const std::string& getLastDropReason() const { return lastDropReason; }
     // Channels that gets wait for, plus sets not answered yet.
@@ -215,8 +222,9 @@ private:
     void progress();
     void startLogin();
     void becomeReady();
-    // Drops the session and schedules the next attempt.
-    void connectionLost();
+    // Drops the session, answers what waited with reason and schedules the
+    // next attempt.
+    void connectionLost(unsigned char reason);
     void setState(State newState);
     // Answers every outstanding get and set with reason.
     void failOutstanding(unsigned char reason);
@@ -231,7 +239,8 @@ private:
     std::chrono::milliseconds initialBackOff{100};
     std::chrono::milliseconds maximumBackOff{5000};
     std::chrono::milliseconds attemptTimeout{10000};
-    std::size_t maxUndecodedBytes;
+    // The bounds on each session, and the loop of the timed calls.
+    SessionWaiter waiter;
     std::string lastDropReason;
 
     State state = Stopped;
@@ -239,6 +248,7 @@ private:
     std::shared_ptr<ClientSession> session;
     ClientClock::TimePoint attemptDeadline{};
     ClientClock::TimePoint retryAt{};
+    ClientClock::TimePoint readySince{};
     std::chrono::milliseconds retryDelay{0};
     unsigned int failedAttempts = 0;
     // Requests were queued since the last tick: the next one sends them, so

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -18,24 +19,32 @@ class Session;
 // until the next tick has work, until the awaited answer is there, the time
 // is up, or the loop is told to stop.
 //
-// It also bounds what a client holds undecoded. A device that opens a frame
-// and never ends it would otherwise make the session buffer without limit:
-// after each tick the session's undecoded bytes are compared with the limit
-// (16 MiB unless changed), and above it the connection is closed and the
-// wait ends with FrameTooLarge. An application driving a bare session with
-// its own loop gets the same bound by calling exceedsUndecodedLimit() after
-// each tick.
+// It also bounds what a device can make a client hold. After each tick:
+// - the bytes held undecoded: a device that opens a frame and never ends it
+//   would make the session buffer without limit. Above the limit (16 MiB
+//   unless changed) the connection is closed and the wait ends with
+//   FrameTooLarge.
+// - the requests waiting to be framed: a device that stops reading leaves
+//   them in the outgoing queue, and every timed call that gives up adds one.
+//   Above the limit (65536 unless changed) the connection is closed and the
+//   wait ends with DeviceNotReading.
+// An application driving a bare session with its own loop gets the same
+// bounds by calling enforceBounds() after each tick.
 class SessionWaiter {
 public:
     enum class Result {
-        Done,             // the awaited condition holds
-        TimedOut,         // the time ran out first
-        Stopped,          // the stop check asked to end the wait
-        ConnectionEnded,  // the connection failed or closed (when asked to watch for it)
-        FrameTooLarge,    // the device sent more undecoded bytes than the limit; closed
+        Done,              // the awaited condition holds
+        TimedOut,          // the time ran out first
+        Stopped,           // the stop check asked to end the wait
+        ConnectionEnded,   // the connection failed or closed (when asked to watch for it)
+        FrameTooLarge,     // the device sent more undecoded bytes than the limit; closed
+        DeviceNotReading,  // more requests waited unsent than the limit; closed
     };
 
     static constexpr std::size_t DefaultMaxUndecodedBytes = 16 * 1024 * 1024;
+    // Far more than an application asks for between two ticks, far less
+    // than a client can hold: each waiting request is a few dozen bytes.
+    static constexpr std::size_t DefaultMaxQueuedRequests = 65536;
 
     // clock: where the time comes from and waits happen; the system clock
     // when empty.
@@ -44,6 +53,10 @@ public:
     // Most undecoded bytes a session may hold; 0 switches the bound off.
     void setMaxUndecodedBytes(std::size_t limit) { maxUndecodedBytes = limit; }
     std::size_t getMaxUndecodedBytes() const { return maxUndecodedBytes; }
+    // Most requests that may wait to be framed after a tick; 0 switches the
+    // bound off.
+    void setMaxQueuedRequests(std::size_t limit) { maxQueuedRequests = limit; }
+    std::size_t getMaxQueuedRequests() const { return maxQueuedRequests; }
     // Asked after every tick; true ends the wait with Stopped (a signal, a
     // cancelled operation).
     void setStopCheck(std::function<bool()> check) { stopCheck = std::move(check); }
@@ -66,6 +79,24 @@ public:
     // and waitForActivity between ticks.
     Result tickUntil(Session& session, const std::function<bool()>& done,
                      std::chrono::milliseconds timeout) const;
+    // How the last run() or tickUntil() of this waiter ended (Done before
+    // the first): why a timed call that returned nothing gave up.
+    Result lastResult() const { return last; }
+
+    // Both bounds over a session, for a loop of the application's own:
+    // FrameTooLarge or DeviceNotReading, after closing the transport and
+    // dropping what can never be used now, when one is exceeded; Done
+    // otherwise.
+    Result enforceBounds(Session& session) const;
+    // The message for a result that closed the connection: "the device sent
+    // a frame larger than 16 MiB; connection closed" or "the device stopped
+    // reading requests (more than 65536 waiting); connection closed", with
+    // this waiter's limits; empty for other results.
+    std::string describeClosing(Result result) const;
+    // The reason code that answers a request whose wait ended with result:
+    // ReasonCode::FrameTooLarge or DeviceNotReading for a bound that closed
+    // the connection, none otherwise.
+    static std::optional<unsigned char> closingReason(Result result);
 
     // Sleeps until the session's next tick has something to do or the
     // timeout has passed; true when there is work. Over a socket it waits
@@ -89,6 +120,10 @@ public:
 private:
     std::shared_ptr<ClientClock> clock;
     std::size_t maxUndecodedBytes = DefaultMaxUndecodedBytes;
+    std::size_t maxQueuedRequests = DefaultMaxQueuedRequests;
     std::function<bool()> stopCheck;
     bool endOnConnectionLoss = false;
+    // Written by the waits, which are const: a waiter is passed as a const
+    // reference to the timed calls, and its caller reads it afterwards.
+    mutable Result last = Result::Done;
 };

@@ -38,6 +38,10 @@ public:
     // Messages taken in but not framed yet: the next doWrite has work even
     // when no bytes are pending.
     bool hasQueuedMessages() const { return queue && !queue->empty(); }
+    // Messages taken in but not framed yet. The pending buffer is bounded by
+    // maxOutputCapacity, this queue is not: it grows while the peer reads
+    // nothing, which the waiting helpers bound.
+    std::size_t queuedMessages() const { return queue ? queue->size() : 0; }
 
 private:
     int maxOutputCapacity;

@@ -45,6 +45,10 @@ public:
     const std::shared_ptr<IncomingEndPoint>& getIncomingEndPoint() const {
         return incomingEndPoint;
     }
+    // The outgoing endpoint (empty for a copy).
+    const std::shared_ptr<OutgoingEndPoint>& getOutgoingEndPoint() const {
+        return outgoingEndPoint;
+    }
 
 private:
     std::shared_ptr<Transport> transport;

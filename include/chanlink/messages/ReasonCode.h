@@ -16,6 +16,11 @@ public:
     static constexpr unsigned char Discarded = 131;         // set dropped by reset or destruction
     static constexpr unsigned char ConnectionLost = 132;    // connection dropped before the answer
     static constexpr unsigned char NotConnected = 133;      // no connection: request never sent
+    // The client closed the connection because the device broke one of its
+    // bounds (SessionWaiter); like ConnectionLost, the device may or may not
+    // have seen the request.
+    static constexpr unsigned char FrameTooLarge = 134;     // a frame beyond the undecoded bound
+    static constexpr unsigned char DeviceNotReading = 135;  // requests piled up unread
 
     // Sent by the device layer in error responses.
     static constexpr unsigned char NotLoggedIn = 16;      // request before a successful login
