@@ -33,9 +33,8 @@ Bridge::Bridge(BridgeConfig config, Log log)
         broker.subscribe(prefix + device.name + "/+/set");
     }
     broker.setConnectedHandler([this] { onConnected(); });
-    broker.setMessageHandler([this](const std::string& topic, const std::string& payload) {
-        onMessage(topic, payload);
-    });
+    broker.setMessageHandler([this](const std::string& topic, const std::string& payload,
+                                    bool retained) { onMessage(topic, payload, retained); });
 }
 
 void Bridge::publishBelowPrefix(const std::string& topic, const std::string& payload, bool retain) {
@@ -49,7 +48,7 @@ void Bridge::onConnected() {
     }
 }
 
-void Bridge::onMessage(const std::string& topic, const std::string& payload) {
+void Bridge::onMessage(const std::string& topic, const std::string& payload, bool retained) {
     // PREFIX/DEVICE/CHANNEL/set, the only topics subscribed to.
     if (topic.compare(0, prefix.size(), prefix) != 0) {
         return;
@@ -73,6 +72,12 @@ void Bridge::onMessage(const std::string& topic, const std::string& payload) {
         BridgePayload::parseChannelLevel(rest.substr(first + 1, second - first - 1));
     if (!channelId) {
         reply(BridgePayload::setRejected("channel must be a decimal id from 0 to 4294967295"));
+        return;
+    }
+    // A retained set would be applied again at every connect to the broker,
+    // long after whoever sent it has moved on.
+    if (retained) {
+        reply(BridgePayload::setRejected("retained sets are not applied; publish without retain"));
         return;
     }
     std::string error;

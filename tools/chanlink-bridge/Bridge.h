@@ -28,7 +28,7 @@ public:
 private:
     void publishBelowPrefix(const std::string& topic, const std::string& payload, bool retain);
     void onConnected();
-    void onMessage(const std::string& topic, const std::string& payload);
+    void onMessage(const std::string& topic, const std::string& payload, bool retained);
 
     BridgeConfig config;
     Log log;

@@ -278,6 +278,7 @@ void BrokerLink::messageCallback(mosquitto*, void* self, const mosquitto_message
         link.onMessage(message->topic,
                        bytes == nullptr
                            ? std::string()
-                           : std::string(bytes, static_cast<std::size_t>(message->payloadlen)));
+                           : std::string(bytes, static_cast<std::size_t>(message->payloadlen)),
+                       message->retain);
     }
 }

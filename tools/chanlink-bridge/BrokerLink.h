@@ -41,10 +41,10 @@ public:
 
     // After each successful connect, before anything waiting is sent.
     void setConnectedHandler(std::function<void()> handler) { onConnected = std::move(handler); }
-    // Every message received on a subscription.
-    void setMessageHandler(std::function<void(const std::string&, const std::string&)> handler) {
-        onMessage = std::move(handler);
-    }
+    // Every message received on a subscription: topic, payload, and whether
+    // the broker kept it retained from before the subscription.
+    using MessageHandler = std::function<void(const std::string&, const std::string&, bool)>;
+    void setMessageHandler(MessageHandler handler) { onMessage = std::move(handler); }
 
     // Sets up libmosquitto and starts the first connect; false with error
     // set when the set-up itself fails (bad CA file, out of memory).
@@ -86,7 +86,7 @@ private:
     std::string lastWillTopic;
     Log log;
     std::function<void()> onConnected;
-    std::function<void(const std::string&, const std::string&)> onMessage;
+    MessageHandler onMessage;
 
     mosquitto* handle_ = nullptr;
     bool connected = false;
