@@ -343,6 +343,10 @@ bool finish(BridgeConfig& config, std::string& error) {
             "client id '" + broker.clientId + "' must be 1 to 64 letters, digits, '-', '_' or '.'";
         return false;
     }
+    if (!broker.passwordFile.empty() && broker.user.empty()) {
+        error = "a broker password file needs a broker user (--broker-user or broker.user)";
+        return false;
+    }
     if (!broker.passwordFile.empty() &&
         !readSecretFile(broker.passwordFile, broker.password, error)) {
         return false;
