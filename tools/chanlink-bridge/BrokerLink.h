@@ -77,6 +77,9 @@ private:
     static void publishCallback(mosquitto* handle, void* self, int messageId);
     static void messageCallback(mosquitto* handle, void* self, const mosquitto_message* message);
 
+    // A new libmosquitto handle with every option set.
+    bool setUp(std::string& error);
+    bool hasSocket() const;
     void connect(Clock::time_point now);
     void lost(const std::string& why, Clock::time_point now);
     void send(const std::string& topic, const std::string& payload, bool retain);
@@ -92,6 +95,7 @@ private:
     bool connected = false;
     bool attempting = false;  // a connect is under way
     bool stopped = false;
+    bool used = false;  // the handle has connected before
     bool reportedLoss = false;
     std::size_t unacknowledged = 0;
     std::vector<std::string> subscriptions;
