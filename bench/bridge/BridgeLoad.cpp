@@ -11,8 +11,8 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,10 +35,19 @@ long long nowNs() {
 
 struct Received {
     std::mutex lock;
+    std::condition_variable changed;  // subscribed, or a latency added
+    bool subscribed = false;
     std::vector<long long> latencies;  // ns, of values set after start
     long long start = 0;
     long long end = 0;
 };
+
+void onSubscribe(mosquitto*, void* context, int, int, const int*) {
+    auto& received = *static_cast<Received*>(context);
+    std::lock_guard<std::mutex> guard(received.lock);
+    received.subscribed = true;
+    received.changed.notify_all();
+}
 
 // {"data":"<16 hex digits, little-endian ns>",...}: the time of the set.
 void onMessage(mosquitto*, void* context, const mosquitto_message* message) {
@@ -56,6 +65,7 @@ void onMessage(mosquitto*, void* context, const mosquitto_message* message) {
     const long long set = static_cast<long long>(sent);
     if (set >= received.start && set < received.end) {
         received.latencies.push_back(arrived - set);
+        received.changed.notify_all();
     }
 }
 
@@ -84,6 +94,7 @@ int main(int argc, char** argv) {
     mosquitto_lib_init();
     mosquitto* subscriber = mosquitto_new(nullptr, true, &received);
     mosquitto_message_callback_set(subscriber, onMessage);
+    mosquitto_subscribe_callback_set(subscriber, onSubscribe);
     if (mosquitto_connect(subscriber, "127.0.0.1", brokerPort, 30) != MOSQ_ERR_SUCCESS ||
         mosquitto_subscribe(subscriber, nullptr, "bench/+/+", 1) != MOSQ_ERR_SUCCESS ||
         mosquitto_loop_start(subscriber) != MOSQ_ERR_SUCCESS) {
@@ -101,11 +112,16 @@ int main(int argc, char** argv) {
             return 1;
         }
     }
-    // Let retained values and the subscription settle before counting.
-    struct timespec pause {
-        0, 300000000
-    };
-    nanosleep(&pause, nullptr);
+    // Counting starts once the broker has confirmed the subscription (and so
+    // sent the retained values, which are older than the start anyway).
+    {
+        std::unique_lock<std::mutex> guard(received.lock);
+        if (!received.changed.wait_for(guard, std::chrono::seconds(10),
+                                       [&] { return received.subscribed; })) {
+            std::fprintf(stderr, "the broker did not confirm the subscription\n");
+            return 1;
+        }
+    }
 
     const long long periodNs = rate > 0 ? static_cast<long long>(1e9 / rate) : 0;
     std::vector<long long> nextAt(channels);
@@ -154,11 +170,13 @@ int main(int argc, char** argv) {
     for (auto& setter : setters) {
         setter->stop();
     }
-    // Values still on their way get half a second.
-    struct timespec grace {
-        0, 500000000
-    };
-    nanosleep(&grace, nullptr);
+    // Values still on their way: until every set made has come back, 2 s at
+    // most (a set not answered before the stop may never be applied).
+    {
+        std::unique_lock<std::mutex> guard(received.lock);
+        received.changed.wait_for(guard, std::chrono::seconds(2),
+                                  [&] { return received.latencies.size() >= sets; });
+    }
     mosquitto_disconnect(subscriber);
     mosquitto_loop_stop(subscriber, false);
 

@@ -4,9 +4,9 @@
 #
 #   bridge_integration.sh BRIDGE DEVICE CHANLINK
 #
-# Values, retained values, /set results, a device restart, a broker restart
-# and a clean stop, in that order. Ports are chosen by the system; every wait
-# has a deadline.
+# Values, retained values, /set results, a device restart, a broker restart,
+# a clean stop, retained sets and 50 devices, in that order. Ports are chosen
+# by the system; every wait has a deadline.
 set -uo pipefail
 
 bridge=$1
@@ -46,7 +46,8 @@ until_true() {
     done
 }
 
-broker_up() { mosquitto_sub -h 127.0.0.1 -p "$BROKER_PORT" -t probe -W 1 -C 1 -E 2>/dev/null; }
+sub() { timeout 5 mosquitto_sub -h 127.0.0.1 -p "$BROKER_PORT" "$@" 2>/dev/null; }
+broker_up() { sub -t probe -W 1 -C 1 -E; }
 start_broker() {
     mosquitto -c "$work/mosquitto.conf" 2>>"$work/mosquitto.err" &
     broker_pid=$!
@@ -57,7 +58,7 @@ start_broker() {
 # start_device [PORT]: a chanlink-device with the built-in table; sets DEVICE_PORT.
 start_device() {
     exec {device_fd}< <(exec "$device" --port "${1:-0}" --host 127.0.0.1 --password "$PASSWORD" \
-                            2>>"$work/device.err")
+                            --max-clients 60 2>>"$work/device.err")
     device_pid=$!
     pids+=("$device_pid")
     local line
@@ -77,14 +78,14 @@ wait_seen() { until_true 10 "no line matching '$1'" seen "$1"; }
 mark() { MARK=$(wc -l <"$work/seen"); }
 
 retained() {  # retained TOPIC: the broker's retained message, or nothing
-    mosquitto_sub -h 127.0.0.1 -p "$BROKER_PORT" -t "$1" --retained-only -C 1 -W 2 2>/dev/null
+    sub -t "$1" --retained-only -C 1 -W 2
 }
 retained_is() { [[ $(retained "$1") =~ $2 ]]; }
 wait_retained() {  # wait_retained TOPIC REGEX
     until_true 10 "retained $1 does not match '$2'" retained_is "$1" "$2"
 }
 
-publish() { mosquitto_pub -h 127.0.0.1 -p "$BROKER_PORT" -q 1 -t "$1" -m "$2" || fail "publish $1"; }
+publish() { timeout 5 mosquitto_pub -h 127.0.0.1 -p "$BROKER_PORT" -q 1 -t "$1" -m "$2" "${@:3}" || fail "publish $1"; }
 
 value='^\{"data":"%s","header":"","ts":"[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}\.[0-9]{3}Z"\}$'
 # shellcheck disable=SC2059
@@ -97,7 +98,7 @@ printf 'listener %s 127.0.0.1\nallow_anonymous true\npersistence false\nlog_type
 start_broker
 start_device
 : >"$work/seen"
-stdbuf -oL mosquitto_sub -h 127.0.0.1 -p "$BROKER_PORT" -q 1 -v -t 'chanlink/#' \
+stdbuf -oL mosquitto_sub -h 127.0.0.1 -p "$BROKER_PORT" -q 1 -v -t 'chanlink/#' -W 100 \
     >>"$work/seen" 2>>"$work/sub.err" &
 pids+=("$!")
 MARK=0
@@ -143,13 +144,23 @@ wait_seen "^chanlink/plc1/1 $(value_of 00000000 | cut -c2-)"
 mark
 wait_seen '^chanlink/plc1/2 '
 
-# The broker goes away (forgetting every retained message) while the
-# device changes: when it is back, the latest values are there again.
-stop "$broker_pid"
-timeout 10 "$chanlink" --host 127.0.0.1 --port "$DEVICE_PORT" --password "$PASSWORD" \
-    set 1 0C000000 >/dev/null || fail "chanlink set during the broker's absence"
-timeout 10 "$chanlink" --host 127.0.0.1 --port "$DEVICE_PORT" --password "$PASSWORD" \
-    set 1 0D000000 >/dev/null || fail "chanlink set during the broker's absence"
+# The broker hangs while a value changes, so that value waits unacknowledged
+# at the bridge; then it dies (forgetting every retained message) and the
+# value changes again. When it is back the latest value wins over the resent
+# older one.
+set_1() {
+    CHANLINK_PASSWORD=$PASSWORD timeout 10 "$chanlink" --host 127.0.0.1 --port "$DEVICE_PORT" \
+        set 1 "$1" >/dev/null || fail "chanlink set 1 $1"
+}
+broker_backlog() {  # a connection to the broker has unread bytes (rx_queue in /proc/net/tcp)
+    awk -v p="$(printf ':%04X$' "$BROKER_PORT")" '$2 ~ p && $5 !~ /:0+$/ {f=1} END {exit !f}' /proc/net/tcp
+}
+kill -STOP "$broker_pid"
+set_1 0C000000
+until_true 10 "the bridge sent nothing to the hung broker" broker_backlog
+kill -KILL "$broker_pid"
+until_true 5 "the broker did not end" gone "$broker_pid"
+set_1 0D000000
 start_broker
 wait_retained chanlink/plc1/1 "$(value_of 0D000000)"
 wait_retained chanlink/plc1/status '^online$'
@@ -164,12 +175,37 @@ wait_retained chanlink/bridge/test/status '^offline$'
 wait_retained chanlink/plc1/status '^offline$'
 grep -qF "$PASSWORD" "$work/bridge.err" && fail "the bridge logged the device password"
 
+# A broker password file without a broker user is refused before anything starts.
+"$bridge" --device "a=127.0.0.1:1" --push --broker-password-file /dev/null 2>"$work/usage.err"
+[ $? -eq 2 ] && grep -q "needs a broker user" "$work/usage.err" || fail "password file without user"
+
 # A bridge that vanishes is reported by the broker, through its last will.
+# The retained set it finds when it subscribes is answered, never applied.
+mark
+publish chanlink/plc1/1/set 0E000000 -r
+wait_seen '^chanlink/plc1/1/set 0E000000$'  # the watcher is back from the broker's restart
 "$bridge" --device "plc1=127.0.0.1:$DEVICE_PORT" --channels 1 --broker "127.0.0.1:$BROKER_PORT" \
     --client-id test 2>>"$work/bridge.err" &
 bridge_pid=$!
 pids+=("$bridge_pid")
 wait_retained chanlink/bridge/test/status '^online$'
+wait_seen '^chanlink/plc1/1/set/result \{"ok":false,"error":"retained sets are not applied'
+publish chanlink/plc1/1/set '' -r
 kill -KILL "$bridge_pid"
 wait_retained chanlink/bridge/test/status '^offline$'
+
+# 50 device connections from one bridge, each online with a value; one more,
+# keeping at most 1 channel, publishes only one of those the device pushes.
+args=(); for i in $(seq 50); do args+=(--device "d$i=127.0.0.1:$DEVICE_PORT"); done
+printf '{"devices":[{"name":"capped","host":"127.0.0.1","port":%s,"push":true,"maxChannels":1}]}' \
+    "$DEVICE_PORT" >"$work/capped.json"
+CHANLINK_PASSWORD=$PASSWORD "$bridge" --config "$work/capped.json" "${args[@]}" --channels 2 \
+    --broker "127.0.0.1:$BROKER_PORT" --client-id fleet --topic-prefix fleet 2>"$work/fleet.err" &
+pids+=("$!")
+fleet_up() { [ "$(sub -v --retained-only -C 102 -W 3 -t 'fleet/+/status' -t 'fleet/+/2' |
+    grep -cE '^fleet/([a-z0-9]+/status online|d[0-9]+/2 \{"data":"[0-9A-F]{8}")')" -eq 101 ]; }
+until_true 20 "not every fleet device is online with a value" fleet_up
+capped_one() { [ "$(sub -v --retained-only -W 2 -t 'fleet/capped/+' | grep -c '{"data"')" -eq 1 ]; }
+until_true 10 "no channel limit reached" grep -q "channel limit (1) reached" "$work/fleet.err"
+until_true 10 "the capped device does not publish exactly one channel" capped_one
 echo "ok"

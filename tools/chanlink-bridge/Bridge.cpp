@@ -8,11 +8,13 @@
 #include <cstring>
 
 #include "BridgePayload.h"
+#include "chanlink/client/SessionWaiter.h"
 
 namespace {
 
 // How long a stop waits for the broker to take the offline statuses.
 constexpr std::chrono::seconds StopLimit{3};
+using Clock = std::chrono::steady_clock;
 
 }  // namespace
 
@@ -33,9 +35,8 @@ Bridge::Bridge(BridgeConfig config, Log log)
         broker.subscribe(prefix + device.name + "/+/set");
     }
     broker.setConnectedHandler([this] { onConnected(); });
-    broker.setMessageHandler([this](const std::string& topic, const std::string& payload) {
-        onMessage(topic, payload);
-    });
+    broker.setMessageHandler([this](const std::string& topic, const std::string& payload,
+                                    bool retained) { onMessage(topic, payload, retained); });
 }
 
 void Bridge::publishBelowPrefix(const std::string& topic, const std::string& payload, bool retain) {
@@ -49,7 +50,7 @@ void Bridge::onConnected() {
     }
 }
 
-void Bridge::onMessage(const std::string& topic, const std::string& payload) {
+void Bridge::onMessage(const std::string& topic, const std::string& payload, bool retained) {
     // PREFIX/DEVICE/CHANNEL/set, the only topics subscribed to.
     if (topic.compare(0, prefix.size(), prefix) != 0) {
         return;
@@ -75,6 +76,12 @@ void Bridge::onMessage(const std::string& topic, const std::string& payload) {
         reply(BridgePayload::setRejected("channel must be a decimal id from 0 to 4294967295"));
         return;
     }
+    // A retained set would be applied again at every connect to the broker,
+    // long after whoever sent it has moved on.
+    if (retained) {
+        reply(BridgePayload::setRejected("retained sets are not applied; publish without retain"));
+        return;
+    }
     std::string error;
     const auto data = BridgePayload::parseSet(payload, error);
     if (!data) {
@@ -85,7 +92,6 @@ void Bridge::onMessage(const std::string& topic, const std::string& payload) {
 }
 
 int Bridge::run(int wakeDescriptor, const std::function<bool()>& stopRequested) {
-    using Clock = std::chrono::steady_clock;
     std::string error;
     if (!broker.start(error)) {
         log(error);
@@ -98,47 +104,12 @@ int Bridge::run(int wakeDescriptor, const std::function<bool()>& stopRequested) 
     log("bridging " + std::to_string(devices.size()) + " device(s) below " + prefix);
 
     bool stopping = false;
+    bool failed = false;
     Clock::time_point stopDeadline{};
+    // The wake descriptor, the broker, then every device, with the events of
+    // the last wait.
     std::vector<pollfd> watched(devices.size() + 2);
-    for (;;) {
-        now = Clock::now();
-        if (!stopping && stopRequested()) {
-            stopping = true;
-            stopDeadline = now + StopLimit;
-            // Each device reports itself offline as it stops.
-            for (auto& device : devices) {
-                device->stop();
-            }
-            broker.publish(prefix + "bridge/" + config.broker.clientId + "/status", "offline",
-                           true);
-        }
-        if (stopping && (broker.isDrained() || !broker.isConnected() || now >= stopDeadline)) {
-            break;
-        }
-
-        // The wake descriptor, the broker, then every device, each waited
-        // on for what its next step needs; the timeout is the earliest due
-        // time of any of them.
-        std::chrono::milliseconds timeout = broker.getTimeUntilDue(now);
-        watched[0] = pollfd{stopping ? -1 : wakeDescriptor, POLLIN, 0};
-        watched[1] = broker.getPollDescriptor();
-        for (std::size_t i = 0; i < devices.size(); ++i) {
-            watched[i + 2] = devices[i]->getPollDescriptor();
-            timeout = std::min(timeout, devices[i]->getTimeUntilDue(now));
-        }
-        if (stopping) {
-            timeout =
-                std::min(timeout, std::chrono::ceil<std::chrono::milliseconds>(stopDeadline - now));
-        }
-        const int timeoutMs =
-            timeout == std::chrono::milliseconds::max()
-                ? -1
-                : static_cast<int>(std::min<long long>(timeout.count(), 60 * 60 * 1000));
-        if (::poll(watched.data(), watched.size(), timeoutMs) < 0 && errno != EINTR) {
-            log(std::string("poll failed: ") + std::strerror(errno));
-            return 1;
-        }
-
+    const auto tick = [&] {
         now = Clock::now();
         if (watched[0].fd >= 0 && (watched[0].revents & POLLIN) != 0) {
             char drain[64];
@@ -151,6 +122,48 @@ int Bridge::run(int wakeDescriptor, const std::function<bool()>& stopRequested) 
                 devices[i]->tick(now);
             }
         }
+        if (!stopping && stopRequested()) {
+            stopping = true;
+            stopDeadline = now + StopLimit;
+            // Each device reports itself offline as it stops.
+            for (auto& device : devices) {
+                device->stop();
+            }
+            broker.publish(prefix + "bridge/" + config.broker.clientId + "/status", "offline",
+                           true);
+        }
+    };
+    // Each descriptor waited on for what its next step needs, until the
+    // earliest due time of any of them.
+    const auto wait = [&](std::chrono::milliseconds limit) {
+        now = Clock::now();
+        std::chrono::milliseconds timeout = std::min(limit, broker.getTimeUntilDue(now));
+        watched[0] = pollfd{stopping ? -1 : wakeDescriptor, POLLIN, 0};
+        watched[1] = broker.getPollDescriptor();
+        for (std::size_t i = 0; i < devices.size(); ++i) {
+            watched[i + 2] = devices[i]->getPollDescriptor();
+            timeout = std::min(timeout, devices[i]->getTimeUntilDue(now));
+        }
+        if (stopping) {
+            timeout =
+                std::min(timeout, std::chrono::ceil<std::chrono::milliseconds>(stopDeadline - now));
+        }
+        const int timeoutMs =
+            static_cast<int>(std::min<long long>(timeout.count(), 60 * 60 * 1000));
+        if (::poll(watched.data(), watched.size(), timeoutMs) < 0 && errno != EINTR) {
+            log(std::string("poll failed: ") + std::strerror(errno));
+            failed = true;
+        }
+    };
+    // A stop ends once the broker has taken the offline statuses, is gone,
+    // or the stop limit has passed.
+    const auto done = [&] {
+        return failed || (stopping && (broker.isDrained() || !broker.isConnected() ||
+                                       Clock::now() >= stopDeadline));
+    };
+    SessionWaiter().run(tick, wait, done, std::chrono::milliseconds::max());
+    if (failed) {
+        return 1;
     }
     broker.disconnect();
     return 0;

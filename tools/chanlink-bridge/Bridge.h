@@ -10,10 +10,11 @@
 #include "BrokerLink.h"
 #include "DeviceLink.h"
 
-// chanlink-bridge itself: every device and the broker connection in one
-// poll() loop, no threads. Values go out as the devices send them; /set
-// messages become sets; a stop request publishes every status as offline
-// and ends once the broker has acknowledged it (3 s at most).
+// chanlink-bridge itself: every device and the broker connection waited on
+// by one poll() in the library's tick-and-wait loop, no threads. Values go
+// out as the devices send them; /set messages become sets; a stop request
+// publishes every status as offline and ends once the broker has
+// acknowledged it (3 s at most).
 class Bridge {
 public:
     using Log = std::function<void(const std::string&)>;
@@ -28,7 +29,7 @@ public:
 private:
     void publishBelowPrefix(const std::string& topic, const std::string& payload, bool retain);
     void onConnected();
-    void onMessage(const std::string& topic, const std::string& payload);
+    void onMessage(const std::string& topic, const std::string& payload, bool retained);
 
     BridgeConfig config;
     Log log;

@@ -148,9 +148,10 @@ bool parseBroker(const json& object, BrokerConfig& broker, std::string& error) {
 bool parseDevice(const json& object, std::size_t index, DeviceConfig& device, std::string& error) {
     const std::string where = "devices[" + std::to_string(index) + "]";
     unsigned long long interval = static_cast<unsigned long long>(device.pollInterval.count());
+    unsigned long long maxChannels = device.maxChannels;
     if (!onlyKeys(object,
                   {"name", "host", "port", "user", "passwordFile", "passwordEnv", "channels",
-                   "push", "poll", "pollIntervalMs"},
+                   "push", "poll", "pollIntervalMs", "maxChannels"},
                   where, error) ||
         !getString(object, "name", device.name, where, error) ||
         !getString(object, "host", device.host, where, error) ||
@@ -159,7 +160,8 @@ bool parseDevice(const json& object, std::size_t index, DeviceConfig& device, st
         !getString(object, "passwordEnv", device.passwordEnv, where, error) ||
         !getChannels(object, "channels", device.channels, where, error) ||
         !getChannels(object, "poll", device.poll, where, error) ||
-        !getNumber(object, "pollIntervalMs", 86400000, interval, where, error)) {
+        !getNumber(object, "pollIntervalMs", 86400000, interval, where, error) ||
+        !getNumber(object, "maxChannels", 10000000, maxChannels, where, error)) {
         return false;
     }
     if (object.contains("port")) {
@@ -189,6 +191,7 @@ bool parseDevice(const json& object, std::size_t index, DeviceConfig& device, st
         return false;
     }
     device.pollInterval = std::chrono::milliseconds(interval);
+    device.maxChannels = static_cast<std::size_t>(maxChannels);
     return true;
 }
 
@@ -338,6 +341,10 @@ bool finish(BridgeConfig& config, std::string& error) {
     if (!validName(broker.clientId)) {
         error =
             "client id '" + broker.clientId + "' must be 1 to 64 letters, digits, '-', '_' or '.'";
+        return false;
+    }
+    if (!broker.passwordFile.empty() && broker.user.empty()) {
+        error = "a broker password file needs a broker user (--broker-user or broker.user)";
         return false;
     }
     if (!broker.passwordFile.empty() &&

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,6 +21,9 @@ struct DeviceConfig {
     bool push = false;                   // publish everything the device pushes
     std::vector<unsigned int> poll;      // read every pollInterval instead
     std::chrono::milliseconds pollInterval{1000};
+    // Channels kept (and published) at most, so that a device pushing ever
+    // new ids cannot make the bridge grow; the configured ones always are.
+    std::size_t maxChannels = 10000;
 };
 
 // The broker connection and the topic layout.

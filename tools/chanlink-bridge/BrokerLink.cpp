@@ -39,6 +39,19 @@ BrokerLink::~BrokerLink() {
 bool BrokerLink::start(std::string& error) {
     static const int initialised = mosquitto_lib_init();
     (void)initialised;
+    if (!setUp(error)) {
+        return false;
+    }
+    const Clock::time_point now = Clock::now();
+    nextMisc = now + MiscInterval;
+    connect(now);
+    return true;
+}
+
+bool BrokerLink::setUp(std::string& error) {
+    if (handle_ != nullptr) {
+        mosquitto_destroy(handle_);
+    }
     handle_ = mosquitto_new(config.clientId.c_str(), true, this);
     if (handle_ == nullptr) {
         error = "cannot create the MQTT client";
@@ -63,15 +76,23 @@ bool BrokerLink::start(std::string& error) {
     mosquitto_disconnect_callback_set(handle_, disconnectCallback);
     mosquitto_publish_callback_set(handle_, publishCallback);
     mosquitto_message_callback_set(handle_, messageCallback);
-    const Clock::time_point now = Clock::now();
-    nextMisc = now + MiscInterval;
-    connect(now);
+    used = false;
     return true;
 }
 
 void BrokerLink::connect(Clock::time_point now) {
+    // libmosquitto keeps the unacknowledged messages of a lost connection and
+    // resends them after the next CONNACK, behind whatever the connect
+    // handler has just published: an older retained value would win. A fresh
+    // handle holds nothing; the connect handler publishes every latest value.
     attempting = true;
     attemptDeadline = now + AttemptLimit;
+    std::string error;
+    if (used && !setUp(error)) {
+        lost(error, now);
+        return;
+    }
+    used = true;
     const int keepAlive = static_cast<int>(std::max<long long>(5, config.keepAlive.count()));
     // Without TLS the connect does not block: the socket joins the poll while
     // it connects. libmosquitto's TLS handshake only runs without blocking
@@ -91,6 +112,7 @@ void BrokerLink::lost(const std::string& why, Clock::time_point now) {
     }
     connected = false;
     attempting = false;
+    // The handle that holds them is replaced before the next connect.
     unacknowledged = 0;
     if (!reportedLoss) {
         log("broker " + config.host + ":" + std::to_string(config.port) + ": " + why +
@@ -150,7 +172,7 @@ void BrokerLink::sendWaiting() {
 
 pollfd BrokerLink::getPollDescriptor() const {
     pollfd entry{};
-    entry.fd = handle_ != nullptr ? mosquitto_socket(handle_) : -1;
+    entry.fd = hasSocket() ? mosquitto_socket(handle_) : -1;
     entry.events = POLLIN;
     if (entry.fd >= 0 && mosquitto_want_write(handle_)) {
         entry.events |= POLLOUT;
@@ -160,12 +182,12 @@ pollfd BrokerLink::getPollDescriptor() const {
 
 std::chrono::milliseconds BrokerLink::getTimeUntilDue(Clock::time_point now) const {
     Clock::time_point due = Clock::time_point::max();
-    if (handle_ != nullptr && mosquitto_socket(handle_) >= 0) {
+    if (hasSocket()) {
         due = nextMisc;
     }
     if (attempting) {
         due = std::min(due, attemptDeadline);
-    } else if (!connected && !stopped && handle_ != nullptr) {
+    } else if (!connected && !stopped) {
         due = std::min(due, retryAt);
     }
     if (due == Clock::time_point::max()) {
@@ -177,11 +199,12 @@ std::chrono::milliseconds BrokerLink::getTimeUntilDue(Clock::time_point now) con
     return std::chrono::ceil<std::chrono::milliseconds>(due - now);
 }
 
+bool BrokerLink::hasSocket() const {
+    return handle_ != nullptr && mosquitto_socket(handle_) >= 0;
+}
+
 void BrokerLink::handle(short revents, Clock::time_point now) {
-    if (handle_ == nullptr) {
-        return;
-    }
-    if (mosquitto_socket(handle_) >= 0 && (revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+    if (hasSocket() && (revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
         int result = mosquitto_loop_read(handle_, PacketsPerCall);
         // Decrypted bytes can wait inside the TLS object where poll cannot
         // see them.
@@ -196,8 +219,7 @@ void BrokerLink::handle(short revents, Clock::time_point now) {
             lost(describe(result), now);
         }
     }
-    if (mosquitto_socket(handle_) >= 0 && (revents & POLLOUT) != 0 &&
-        mosquitto_want_write(handle_)) {
+    if (hasSocket() && (revents & POLLOUT) != 0 && mosquitto_want_write(handle_)) {
         const int result = mosquitto_loop_write(handle_, PacketsPerCall);
         if (result != MOSQ_ERR_SUCCESS) {
             lost(describe(result), now);
@@ -205,7 +227,7 @@ void BrokerLink::handle(short revents, Clock::time_point now) {
     }
     if (now >= nextMisc) {
         nextMisc = now + MiscInterval;
-        if (mosquitto_socket(handle_) >= 0) {
+        if (hasSocket()) {
             const int result = mosquitto_loop_misc(handle_);
             if (result != MOSQ_ERR_SUCCESS) {
                 lost(describe(result), now);
@@ -213,7 +235,9 @@ void BrokerLink::handle(short revents, Clock::time_point now) {
         }
     }
     if (attempting && now >= attemptDeadline) {
-        mosquitto_disconnect(handle_);
+        if (handle_ != nullptr) {
+            mosquitto_disconnect(handle_);
+        }
         lost("no answer within 10 s", now);
     }
     if (!connected && !attempting && !stopped && now >= retryAt) {
@@ -278,6 +302,7 @@ void BrokerLink::messageCallback(mosquitto*, void* self, const mosquitto_message
         link.onMessage(message->topic,
                        bytes == nullptr
                            ? std::string()
-                           : std::string(bytes, static_cast<std::size_t>(message->payloadlen)));
+                           : std::string(bytes, static_cast<std::size_t>(message->payloadlen)),
+                       message->retain);
     }
 }

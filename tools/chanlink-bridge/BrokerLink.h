@@ -41,10 +41,10 @@ public:
 
     // After each successful connect, before anything waiting is sent.
     void setConnectedHandler(std::function<void()> handler) { onConnected = std::move(handler); }
-    // Every message received on a subscription.
-    void setMessageHandler(std::function<void(const std::string&, const std::string&)> handler) {
-        onMessage = std::move(handler);
-    }
+    // Every message received on a subscription: topic, payload, and whether
+    // the broker kept it retained from before the subscription.
+    using MessageHandler = std::function<void(const std::string&, const std::string&, bool)>;
+    void setMessageHandler(MessageHandler handler) { onMessage = std::move(handler); }
 
     // Sets up libmosquitto and starts the first connect; false with error
     // set when the set-up itself fails (bad CA file, out of memory).
@@ -77,6 +77,9 @@ private:
     static void publishCallback(mosquitto* handle, void* self, int messageId);
     static void messageCallback(mosquitto* handle, void* self, const mosquitto_message* message);
 
+    // A new libmosquitto handle with every option set.
+    bool setUp(std::string& error);
+    bool hasSocket() const;
     void connect(Clock::time_point now);
     void lost(const std::string& why, Clock::time_point now);
     void send(const std::string& topic, const std::string& payload, bool retain);
@@ -86,12 +89,13 @@ private:
     std::string lastWillTopic;
     Log log;
     std::function<void()> onConnected;
-    std::function<void(const std::string&, const std::string&)> onMessage;
+    MessageHandler onMessage;
 
     mosquitto* handle_ = nullptr;
     bool connected = false;
     bool attempting = false;  // a connect is under way
     bool stopped = false;
+    bool used = false;  // the handle has connected before
     bool reportedLoss = false;
     std::size_t unacknowledged = 0;
     std::vector<std::string> subscriptions;

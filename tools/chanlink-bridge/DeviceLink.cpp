@@ -17,6 +17,9 @@ DeviceLink::DeviceLink(DeviceConfig config, Publish publish, Log log)
     freshCache();
     // Every value, whatever brought it, goes through the current cache.
     auto toCache = makeReceiver<GetOutcome>([this](const GetOutcome& outcome) {
+        if (!keeps(outcome.getChannelId())) {
+            return;
+        }
         std::shared_ptr<ChannelCache> current = cache;
         current->receive(outcome);
     });
@@ -144,6 +147,22 @@ void DeviceLink::onState(ReconnectingClient::State state) {
         }
     }
     nextPoll = Clock::now();
+}
+
+bool DeviceLink::keeps(unsigned int channelId) {
+    const auto listed = [channelId](const std::vector<unsigned int>& ids) {
+        return std::find(ids.begin(), ids.end(), channelId) != ids.end();
+    };
+    if (latest.size() < config.maxChannels || latest.count(channelId) != 0 ||
+        listed(config.channels) || listed(config.poll)) {
+        return true;
+    }
+    if (!boundReported) {
+        boundReported = true;
+        log("device " + config.name + ": channel limit (" + std::to_string(config.maxChannels) +
+            ") reached; values of further channels are dropped");
+    }
+    return false;
 }
 
 void DeviceLink::freshCache() {

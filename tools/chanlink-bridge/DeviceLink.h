@@ -55,6 +55,9 @@ public:
 private:
     void onState(ReconnectingClient::State state);
     void onChange(const ChannelCache::Change& change);
+    // Whether a value of the channel is taken: known channels, configured
+    // ones, and new ones until config.maxChannels are kept.
+    bool keeps(unsigned int channelId);
     void freshCache();
     void requestOnce(unsigned int channelId);
 
@@ -72,6 +75,7 @@ private:
     bool statusPublished = false;
     bool workQueued = false;
     bool loginRefused = false;
+    bool boundReported = false;
     std::size_t waitingSets = 0;
     Clock::time_point nextPoll{};
 };
