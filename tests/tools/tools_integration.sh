@@ -162,6 +162,10 @@ cli.set)
     expect "unknown get error" "chanlink: get 99 refused: UnknownChannel (no such channel)" "$ERR"
     cli set 5 0000000000000000
     expect "read-only" "1 chanlink: set 5 refused: ReadOnlyChannel (channel is read-only)" "$RC $ERR"
+    cli --json get 1 99
+    expect "json get" '1 {"command":"get","channel":1,"ok":true,"header":"","data":"0A0B0C0D"}
+{"command":"get","channel":99,"ok":false,"reason":17,"reasonName":"UnknownChannel","description":"no such channel"}' \
+        "$RC $OUT"
     ;;
 
 cli.watch)
@@ -180,14 +184,6 @@ cli.watch)
     expect "terminated watch ends normally" 0 "$?"
     cli watch 1 77
     expect "watch unknown" "1 chanlink: watch 77 refused: UnknownChannel (no such channel)" "$RC $ERR"
-    ;;
-
-cli.json)
-    start_device
-    cli --json get 1 99
-    expect "json get" '1 {"command":"get","channel":1,"ok":true,"header":"","data":"00000000"}
-{"command":"get","channel":99,"ok":false,"reason":17,"reasonName":"UnknownChannel","description":"no such channel"}' \
-        "$RC $OUT"
     ;;
 
 cli.login-refused)
