@@ -317,14 +317,15 @@ capture.tools)
         "$(timeout 60 tshark -X "lua_script:$lua" -o 'gui.column.format:"Info","%i"' -r "$dev" \
                -Y 'chanlink && (tcp.stream == 0 || tcp.stream == 3)' 2>/dev/null | paste -sd'|')"
     # The opening of each connection: in the device's file, and in chanlink's
-    # own file of the get, the same real endpoints.
+    # own files of the get (IPv6) and the set (IPv4), the same real endpoints.
     connections() {
         timeout 60 tshark -r "$1" -Y "tcp.flags.syn == 1 && tcp.flags.ack == 0" -T fields \
             -e ip.src -e ipv6.src -e tcp.srcport -e ip.dst -e ipv6.dst -e tcp.dstport 2>/dev/null
     }
     opened=$(connections "$dev")
     expect_match "device's connections" $'^\t::1\t[0-9]+\t\t::1\t[0-9]+(\n127.0.0.1\t\t[0-9]+\t127.0.0.1\t\t[0-9]+){5}$' "$opened"
-    expect "get, chanlink's endpoints" "$(head -1 <<<"$opened")" "$(connections "$work/get.pcap")"
+    expect "chanlink's own files of the get and the set" "$(head -2 <<<"$opened")" \
+        "$(connections "$work/get.pcap"; connections "$work/set.pcap")"
     expect "get, chanlink's file" "9 15 0 0 11 31|1 99 1 99" \
         "$(fields "$work/get.pcap" frame chanlink.opcode chanlink.channel)"
     expect "set, chanlink's file with credentials" "secret" \
