@@ -113,6 +113,8 @@ TEST(Capture, LoginPasswordsAreMasked) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"01 FF 03 00 00 00 00 00 00 FE|FF|0A|00 00 00 09 09 07 02 03 61|62 78 79|7A|FE",
          "01 FF 03 00 00 00 00 00 00 FE " + masked},
+        // Only a length, no payload: no secret either.
+        {"FF 01 00 00 00 FE", "FF 01 00 00 00 FE"},
         // The stuffed password byte FF (FD 02) becomes one '*'.
         {"FF 07 00 00 00 09 09 07 00 02 FD 02 41 FE", "FF 07 00 00 00 09 09 07 00 02 2A 2A FE"},
         // A login cut off by a new frame, and one unfinished at the end.

@@ -4,6 +4,9 @@
 // one thread: every wait polls the server with no timeout and pumps the
 // clients, bounded by eventually()'s deadline.
 
+#include <sys/socket.h>
+
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -19,6 +22,12 @@
 #include "support/RecordingReceiver.h"
 
 namespace testing_support {
+
+// Makes the client's close() reset the connection instead of ending it.
+inline void resetOnClose(RawClient& client) {
+    const linger reset{1, 0};
+    ::setsockopt(client.transport->getSocket(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+}
 
 class DeviceHarness {
 public:
@@ -49,6 +58,12 @@ public:
             return nullptr;
         }
         return client;
+    }
+
+    // A client logged in as admin, or an empty pointer.
+    std::unique_ptr<RawClient> loggedIn() {
+        auto client = connect();
+        return client && login(*client) == "0F 01" ? std::move(client) : nullptr;
     }
 
     // Polls the server and pumps the clients until done() holds.
@@ -98,11 +113,9 @@ public:
 
     std::size_t opened() const { return countEvents(DeviceEvent::Opened); }
     std::size_t countEvents(DeviceEvent::Kind kind) const {
-        std::size_t n = 0;
-        for (const DeviceEvent& event : events->received()) {
-            n += event.getKind() == kind ? 1 : 0;
-        }
-        return n;
+        const auto& all = events->received();
+        return static_cast<std::size_t>(std::count_if(
+            all.begin(), all.end(), [kind](const DeviceEvent& e) { return e.getKind() == kind; }));
     }
 
     std::shared_ptr<MemoryChannelStore> store;

@@ -1,10 +1,9 @@
 // The device's back-off against a password guesser, on a manual clock so
 // that the test waits for no real time, up to its cap. The back-off, the
 // login timeout and the limit on connections without a login are shown
-// against the real device process over TLS (tests/tools/cli_integration.sh,
-// scenario hostile).
+// against the real device process over TLS (tests/tools/tools_integration.sh,
+// scenario cli.hostile).
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include "DeviceHarness.h"
 #include "support/ManualClock.h"
@@ -71,8 +70,7 @@ TEST(DeviceHostileClients, FailedLoginsAreAnsweredLaterEachTimeThenClosed) {
     leaver->send(LoginRequest::newInstance("admin", "guess"));
     leaver->send(LoginRequest::newInstance("admin", "guess"));
     ASSERT_TRUE(device.pumpUntil([&] { return held(3); }, {leaver.get()}));
-    const linger reset{1, 0};
-    ::setsockopt(leaver->transport->getSocket(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    testing_support::resetOnClose(*leaver);
     leaver->close();
     EXPECT_TRUE(device.pumpUntil([&] { return !device.server->findConnection(3); }, {}));
 }

@@ -2,6 +2,7 @@
 // DeviceServer that wraps its connections in TLSServerTransport, both driven
 // from this thread. Certificates are made for the run by make-certs.sh.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -140,6 +141,10 @@ TEST_F(TLSTest, DeviceIsVerifiedAndClientCertificatesAreRequiredWhenAskedFor) {
         EXPECT_EQ(login(c.client), *c.refusal == '\0') << transport->getFailureReason();
         EXPECT_NE(transport->getFailureReason().find(c.refusal), std::string::npos)
             << transport->getFailureReason();
+        // Once ended, a tick changes nothing.
+        const ConnectionOutcome::ConnectionStates state = TransportPoll::of(*transport).state;
+        transport->tick();
+        EXPECT_EQ(TransportPoll::of(*transport).state, state);
     }
 }
 
@@ -170,4 +175,54 @@ TEST_F(TLSTest, ReconnectingClientComesBackOverTls) {
     clock->advance(client.getRetryDelay());
     ASSERT_TRUE(until([&] { return values->count() == 2; }));
     EXPECT_EQ(values->received().back().getData(), (Bytes{9, 9, 9, 9}));
+}
+
+// A device that cannot be set up says why, with OpenSSL's reason where there
+// is one; a server transport needs a server context.
+TEST_F(TLSTest, SetUpFailuresSayWhy) {
+    const std::pair<TLSServerSettings, std::string> cases[] = {
+        {{file("device.pem"), file("client.key"), ""},
+         "cannot load the key " + file("client.key") + ": key values mismatch"},
+        // A key of another type is taken, and found not to match only then.
+        {{file("device.pem"), file("rsa.key"), ""},
+         "the key " + file("rsa.key") + " does not belong to the certificate " +
+             file("device.pem")},
+    };
+    std::string error;
+    for (const auto& [settings, expected] : cases) {
+        EXPECT_FALSE(TLSContext::forServer(settings, error));
+        EXPECT_EQ(error, expected);
+    }
+    const TLSServerTransport transport(nullptr, TLSContext::forClient(trusting, error));
+    EXPECT_EQ(transport.getFailureReason(), "no TLS server context");
+}
+
+// A connection whose device has gone fails on the next writes instead of
+// waiting to write for ever; and a closed transport leaves its descriptor
+// alone, which by then may be another connection's.
+TEST_F(TLSTest, AnEndedConnectionFailsItsWritesAndLeavesItsDescriptorAlone) {
+    startDevice();
+    ASSERT_TRUE(login(trusting));
+    server.reset();
+    const char byte = 0;
+    EXPECT_TRUE(eventually([&] {
+        transport->write(&byte, 1);
+        return TransportPoll::of(*transport).ended();
+    })) << "no write failed";
+
+    startDevice();
+    ASSERT_TRUE(login(trusting));
+    const int descriptor = TransportPoll::of(*transport).descriptor;
+    transport->close();
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+    ASSERT_EQ(::dup2(ends[0], descriptor), descriptor);
+    ASSERT_EQ(::write(ends[1], &byte, 1), 1);
+    session.reset();
+    transport.reset();  // closes it once more
+    char got = 1;
+    EXPECT_EQ(::recv(descriptor, &got, 1, MSG_DONTWAIT), 1);
+    for (const int end : {descriptor, ends[0], ends[1]}) {
+        ::close(end);
+    }
 }

@@ -3,7 +3,7 @@
 # Makes throw-away test certificates in DIR: two CAs (ca, otherca), device
 # certificates for localhost, 127.0.0.1 and ::1 signed by ca (device: good for
 # two days; expired: ran out yesterday) and a client certificate. Each NAME
-# has NAME.pem and NAME.key.
+# has NAME.pem and NAME.key; rsa.key is an RSA key of no certificate.
 set -euo pipefail
 cd "$1"
 
@@ -26,3 +26,4 @@ names="DNS:localhost,IP:127.0.0.1,IP:::1"
 issue device ca 2 "$names"
 issue expired ca -1 "$names"
 issue client ca 2 "DNS:client"
+openssl genpkey -algorithm RSA -out rsa.key 2>/dev/null
