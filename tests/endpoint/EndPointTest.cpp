@@ -2,6 +2,8 @@
 // from the bytes read, the bytes it writes for the queued messages, per tick.
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "chanlink/chanlink.h"
 #include "support/Bytes.h"
 #include "support/Frames.h"
@@ -23,30 +25,30 @@ std::shared_ptr<const Message> anyMessage(const Bytes& payload) {
     return Message::createShared(new Message(payload));
 }
 
-// Reads and writes at most `capacity` bytes per tick; opcode 0x0B has a producer, 0x0C none.
+// Reads and writes at most `capacity` bytes per tick; opcode 0x0B has a
+// producer, 0x0C none; the receiver throws on the payload 0B EE.
 struct Wired {
     explicit Wired(unsigned int capacity = 1024) {
         chain->addProducer(0x0B, &anyMessage);
         session = std::make_unique<Session>(
             transport,
             std::make_shared<IncomingEndPoint>(capacity, std::make_shared<Decoder>(), transport,
-                                               chain, delivered),
+                                               chain, distributor),
             std::make_shared<OutgoingEndPoint>(capacity, transport, std::make_shared<Encoder>(),
                                                queue));
-    }
-    Frames received() const {
-        Frames payloads;
-        for (const Message& message : delivered->received()) {
-            payloads.push_back(message.write());
-        }
-        return payloads;
     }
     void send(const Bytes& payload) { queue->receive(anyMessage(payload)); }
 
     std::shared_ptr<ScriptedTransport> transport = std::make_shared<ScriptedTransport>();
     std::shared_ptr<MessageProductionChain> chain = std::make_shared<MessageProductionChain>();
-    std::shared_ptr<RecordingReceiver<Message>> delivered =
-        std::make_shared<RecordingReceiver<Message>>();
+    Frames received;
+    std::shared_ptr<Receiver<Message>> distributor =
+        makeReceiver<Message>([this](const Message& m) {
+            if (m.write() == bytes("0B EE")) {
+                throw std::runtime_error("receiver failed");
+            }
+            received.push_back(m.write());
+        });
     std::shared_ptr<Queue> queue = std::make_shared<Queue>();
     std::unique_ptr<Session> session;
 };
@@ -59,12 +61,23 @@ TEST(Session, DeliversEveryFrameCompletedByATicksReadOfAtMostItsCapacity) {
         w.transport->feed(framed(bytes(payload)));
     }
     w.session->tick();
-    EXPECT_EQ(w.received(), Frames{bytes("0B 01")});
+    EXPECT_EQ(w.received, Frames{bytes("0B 01")});
     w.session->tick();  // no producer for 0x0C: dropped
     w.session->tick();
-    EXPECT_EQ(w.received().size(), 1u);
+    EXPECT_EQ(w.received.size(), 1u);
     w.session->tick();
-    EXPECT_EQ(w.received(), (Frames{bytes("0B 01"), bytes("0B 02 FF")}));
+    EXPECT_EQ(w.received, (Frames{bytes("0B 01"), bytes("0B 02 FF")}));
+
+    // After a receiver's exception, the frames behind it wait for a read that brings bytes.
+    Wired t;
+    t.transport->feed(framed(bytes("0B EE")));
+    t.transport->feed(framed(bytes("0B 03")));
+    EXPECT_THROW(t.session->tick(), std::runtime_error);
+    t.session->tick();
+    EXPECT_TRUE(t.received.empty());
+    t.transport->feed(bytes("00"));
+    t.session->tick();
+    EXPECT_EQ(t.received, Frames{bytes("0B 03")});
 }
 
 TEST(Session, TicksTheTransportThenReadsThenWritesUpToCapacityLeftoversFirst) {
@@ -100,7 +113,7 @@ TEST(Session, ResetDropsTheHalfReadFrameUnsentBytesAndQueuedMessages) {
     w.transport->feed(framed(bytes("0B 02")));
     w.session->tick();
     EXPECT_TRUE(w.transport->written().empty());
-    EXPECT_EQ(w.received(), Frames{bytes("0B 02")});
+    EXPECT_EQ(w.received, Frames{bytes("0B 02")});
 
     const Session copy(*w.session);  // an inert copy: holds no transport
     EXPECT_EQ(copy.getTransport(), nullptr);
