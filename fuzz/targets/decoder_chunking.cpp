@@ -7,37 +7,18 @@
 // Invariants: how the stream is cut into pieces, and when frames are taken
 // out, changes nothing; no frame is empty; the decoder holds nothing once
 // every frame is taken and no frame is open; the frames, framed again by the
-// encoder, decode to the same frames.
+// encoder, decode to the same frames; a reset leaves nothing.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "FuzzCheck.h"
-#include "chanlink/wire/Decoder.h"
-#include "chanlink/wire/Encoder.h"
 #include "support/Frames.h"
 
-namespace {
-
+using testing_support::framed;
+using testing_support::framesIn;
 using Bytes = std::vector<unsigned char>;
-
-std::vector<Bytes> takeFrames(Decoder& decoder) {
-    std::vector<Bytes> frames;
-    while (decoder.hasFrames()) {
-        frames.push_back(decoder.extractFrame());
-    }
-    FUZZ_CHECK(decoder.extractFrame().empty());
-    return frames;
-}
-
-// Whether the stream ends inside a frame: a start marker with no end marker after it.
-bool endsInsideFrame(const Bytes& stream) {
-    const auto lastEnd = std::find(stream.rbegin(), stream.rend(), Encoder::EndMarker);
-    return std::find(stream.rbegin(), lastEnd, Encoder::StartMarker) != lastEnd;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {
@@ -53,27 +34,30 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Pieces in turn; frames taken after every call, as the incoming endpoint does.
     Decoder decoder;
     std::vector<Bytes> frames;
-    std::size_t offset = 0;
-    for (std::size_t piece = 0; offset < stream.size(); ++piece) {
+    for (std::size_t offset = 0, piece = 0; offset < stream.size(); ++piece) {
         const std::size_t length =
             std::min(pieceSizes[piece % pieceSizes.size()], stream.size() - offset);
         const auto begin = stream.begin() + static_cast<std::ptrdiff_t>(offset);
         decoder.injectBytes(Bytes(begin, begin + static_cast<std::ptrdiff_t>(length)));
         offset += length;
-        const std::vector<Bytes> taken = takeFrames(decoder);
-        frames.insert(frames.end(), taken.begin(), taken.end());
+        while (decoder.hasFrames()) {
+            frames.push_back(decoder.extractFrame());
+            FUZZ_CHECK(!frames.back().empty());
+        }
+        FUZZ_CHECK(decoder.extractFrame().empty());
     }
-    FUZZ_CHECK(decoder.empty() == !endsInsideFrame(stream));
-
-    FUZZ_CHECK(frames == testing_support::framesIn(stream));
+    // A frame is open when a start marker has no end marker after it.
+    const auto lastEnd = std::find(stream.rbegin(), stream.rend(), Encoder::EndMarker);
+    const bool open = std::find(stream.rbegin(), lastEnd, Encoder::StartMarker) != lastEnd;
+    FUZZ_CHECK(decoder.empty() == !open);
+    FUZZ_CHECK(frames == framesIn(stream));
 
     Bytes reframed;
     for (const Bytes& frame : frames) {
-        FUZZ_CHECK(!frame.empty());
-        const Bytes one = testing_support::framed(frame);
+        const Bytes one = framed(frame);
         reframed.insert(reframed.end(), one.begin(), one.end());
     }
-    FUZZ_CHECK(testing_support::framesIn(reframed) == frames);
+    FUZZ_CHECK(framesIn(reframed) == frames);
 
     decoder.reset();
     FUZZ_CHECK(decoder.empty() && !decoder.hasFrames());

@@ -20,38 +20,22 @@
 // other connection is busy and after it has gone, and its subscription still
 // delivers.
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "FuzzCheck.h"
-#include "chanlink/flow/FunctionReceiver.h"
-#include "chanlink/messages/ErrorResponse.h"
-#include "chanlink/messages/GetRequest.h"
-#include "chanlink/messages/GetResponse.h"
-#include "chanlink/messages/LoginRequest.h"
-#include "chanlink/messages/LoginResponse.h"
-#include "chanlink/messages/MessageProductionChain.h"
-#include "chanlink/messages/ReasonCode.h"
-#include "chanlink/messages/SetRequest.h"
-#include "chanlink/messages/SetResponse.h"
-#include "chanlink/messages/SubscriptionRequest.h"
-#include "chanlink/messages/SubscriptionResponse.h"
-#include "chanlink/server/DeviceServer.h"
-#include "chanlink/server/MemoryChannelStore.h"
-#include "chanlink/wire/Decoder.h"
+#include "chanlink/chanlink.h"
 #include "support/Frames.h"
 
 namespace {
 
 using testing_support::framed;
-
 using Bytes = std::vector<unsigned char>;
 using MessagePtr = std::shared_ptr<const Message>;
 
@@ -61,98 +45,75 @@ constexpr std::size_t MaxInputBytes = 512;
 constexpr int PollRounds = 64;  // a bound on every wait; one poll normally does
 constexpr std::size_t MaxPieces = 32;
 
-MessageProductionChain& responseChain() {
-    static MessageProductionChain chain = *MessageProductionChain::newClientInstance();
-    return chain;
-}
+// The client's end of a socket pair whose other end the device adopted.
+struct Peer {
+    explicit Peer(DeviceServer& server) : server(server) {
+        int ends[2];
+        FUZZ_CHECK(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0);
+        socket = TCPTransport::createShared(
+            new TCPTransport(ends[0], ConnectionOutcome::Connected, nullptr));
+        id = server.adopt(TCPTransport::createShared(
+            new TCPTransport(ends[1], ConnectionOutcome::Connected, nullptr)));
+    }
 
-// The client's end of a socket pair; the device holds the other end.
-class Peer {
-public:
-    Peer(DeviceServer& server, int socket) : server(server), socket(socket) {}
-    ~Peer() { vanish(); }
-    Peer(const Peer&) = delete;
-    Peer& operator=(const Peer&) = delete;
-
-    // Sends every byte, polling the server while the socket is full.
+    // Sends every byte, polling the server while the socket is full, until
+    // the device drops the connection.
     void send(const Bytes& bytes) {
         std::size_t sent = 0;
-        for (int round = 0; sent < bytes.size() && socket >= 0; ++round) {
-            const ssize_t n =
-                ::send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-            if (n > 0) {
-                sent += static_cast<std::size_t>(n);
-            } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+        for (int round = 0; sent < bytes.size() && socket->state() == ConnectionOutcome::Connected;
+             ++round) {
+            const int n = socket->write(bytes.data() + sent, static_cast<int>(bytes.size() - sent));
+            sent += static_cast<std::size_t>(n);
+            if (n == 0) {
                 FUZZ_CHECK(round < PollRounds);
                 pump();
-            } else {
-                return;  // the device dropped the connection
             }
         }
     }
-    // Reads what has arrived and returns the complete responses, each
-    // checked to be well formed.
+    // The complete responses that have arrived, each checked to be well formed.
     std::vector<MessagePtr> receive() {
+        static const auto responses = MessageProductionChain::newClientInstance();
         unsigned char buffer[8192];
-        ssize_t n;
-        while (socket >= 0 && (n = ::recv(socket, buffer, sizeof buffer, 0)) > 0) {
+        for (int n; (n = socket->read(buffer, sizeof buffer)) > 0;) {
             decoder.injectBytes(Bytes(buffer, buffer + n));
         }
         std::vector<MessagePtr> messages;
         while (decoder.hasFrames()) {
-            MessagePtr message = responseChain().produceMessageFromFrame(decoder.extractFrame());
-            FUZZ_CHECK(message != nullptr);
-            messages.push_back(std::move(message));
+            messages.push_back(responses->produceMessageFromFrame(decoder.extractFrame()));
+            FUZZ_CHECK(messages.back() != nullptr);
         }
         return messages;
     }
     void pump() { server.poll(std::chrono::milliseconds(0)); }
-    void vanish() {
-        if (socket >= 0) {
-            ::close(socket);
-            socket = -1;
-        }
-    }
-    std::size_t undecoded() const { return decoder.bufferedBytes(); }
 
-private:
     DeviceServer& server;
-    int socket;
+    std::shared_ptr<TCPTransport> socket;
+    unsigned int id;
     Decoder decoder;
 };
 
-template <typename Answer>
-bool answers(const Message& message) {
-    return dynamic_cast<const Answer*>(&message) != nullptr;
-}
-
-// A get's answer, told from a push by its channels: nothing asks for the
-// watched channel.
-template <>
-bool answers<GetResponse>(const Message& message) {
+// Pushes of the watched channel, told from a get's answer by their channel:
+// nothing asks for the watched channel.
+bool isPush(const Message& message) {
     const auto* response = dynamic_cast<const GetResponse*>(&message);
-    if (response == nullptr) {
-        return false;
-    }
-    const std::vector<ChannelValue> values = response->getChannelValues();
-    return !values.empty() && values[0].getChannelId() != WatchedChannel;
+    return response != nullptr && !response->getChannelValues().empty() &&
+           response->getChannelValues()[0].getChannelId() == WatchedChannel;
 }
 
-// Sends request and polls until a response of type Answer arrives; pushes of
-// the watched channel that come first go to pushed.
-template <typename Answer>
-MessagePtr exchange(Peer& peer, const MessagePtr& request, std::vector<Bytes>& pushed) {
+// Sends request and polls until an answer of opcode expected arrives; pushes
+// of the watched channel that come first go to pushed.
+MessagePtr exchange(Peer& peer, const MessagePtr& request, OpCode expected,
+                    std::vector<Bytes>& pushed) {
     peer.send(framed(request));
     for (int round = 0; round < PollRounds; ++round) {
         peer.pump();
         for (const MessagePtr& message : peer.receive()) {
-            FUZZ_CHECK(message->getOpCode() != ErrorResponse::Code);
-            if (answers<Answer>(*message)) {
+            if (!isPush(*message)) {
+                FUZZ_CHECK(message->getOpCode() == expected);
                 return message;
             }
-            const auto* push = dynamic_cast<const GetResponse*>(message.get());
-            FUZZ_CHECK(push != nullptr);
-            for (const ChannelValue& value : push->getChannelValues()) {
+            for (const ChannelValue& value :
+                 static_cast<const GetResponse&>(*message).getChannelValues()) {
                 FUZZ_CHECK(value.getChannelId() == WatchedChannel);
                 pushed.push_back(value.getData());
             }
@@ -165,10 +126,10 @@ MessagePtr exchange(Peer& peer, const MessagePtr& request, std::vector<Bytes>& p
 // The good client writes its own channel and reads the value back.
 void setAndReadBack(Peer& good, const Bytes& value, std::vector<Bytes>& pushed) {
     const MessagePtr set =
-        exchange<SetResponse>(good, SetRequest::newInstance(GoodChannel, value), pushed);
+        exchange(good, SetRequest::newInstance(GoodChannel, value), SetResponse::Code, pushed);
     FUZZ_CHECK(static_cast<const SetResponse&>(*set).getChannelId() == GoodChannel);
     const MessagePtr got =
-        exchange<GetResponse>(good, GetRequest::newInstance({GoodChannel}), pushed);
+        exchange(good, GetRequest::newInstance({GoodChannel}), GetResponse::Code, pushed);
     const std::vector<ChannelValue> values =
         static_cast<const GetResponse&>(*got).getChannelValues();
     FUZZ_CHECK(values.size() == 1 && values[0].getChannelId() == GoodChannel);
@@ -183,19 +144,9 @@ void checkFuzzedOutput(Peer& fuzzed, bool& loggedIn) {
             loggedIn = login->getResult() == LoginResponse::Success;
         } else if (!loggedIn) {
             const auto* error = dynamic_cast<const ErrorResponse*>(message.get());
-            FUZZ_CHECK(error != nullptr);
-            FUZZ_CHECK(error->getReasonCode() == ReasonCode::NotLoggedIn);
+            FUZZ_CHECK(error != nullptr && error->getReasonCode() == ReasonCode::NotLoggedIn);
         }
     }
-}
-
-bool printableLine(const std::string& text) {
-    for (const char c : text) {
-        if (c < 0x20 || c > 0x7E) {
-            return false;
-        }
-    }
-    return !text.empty();
 }
 
 // The pieces the fuzzed connection sends, as the header bytes say.
@@ -204,8 +155,7 @@ std::vector<Bytes> cut(const std::uint8_t* data, std::size_t size) {
     if ((data[0] & 4) != 0) {
         for (std::size_t at = 2; at < size;) {
             const std::size_t length = std::min<std::size_t>(data[at], size - at - 1);
-            const Bytes payload(data + at + 1, data + at + 1 + length);
-            pieces.push_back(framed(payload));
+            pieces.push_back(framed(Bytes(data + at + 1, data + at + 1 + length)));
             at += 1 + length;
         }
         return pieces;
@@ -219,25 +169,12 @@ std::vector<Bytes> cut(const std::uint8_t* data, std::size_t size) {
     return pieces;
 }
 
-int makePair(int ends[2]) {
-    return ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends);
-}
-
-unsigned int adopt(DeviceServer& server, int socket) {
-    return server.adopt(TCPTransport::createShared(
-        new TCPTransport(socket, ConnectionOutcome::Connected, nullptr)));
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 2) {
         return 0;
     }
-    const bool loginFirst = (data[0] & 1) != 0;
-    const bool publishChanges = (data[0] & 2) != 0;
-    const std::vector<Bytes> pieces = cut(data, size);
-
     auto store = std::make_shared<MemoryChannelStore>();
     store->addChannel(WatchedChannel, {0, 0, 0, 0}, false);
     store->addChannel(2, {0x10}, true);
@@ -253,43 +190,39 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // answered at once however many fail.
     settings.loginDelay = std::chrono::milliseconds(0);
     settings.maxFailedLogins = 0;
-    DeviceServer server(store, settings);
-
-    int goodEnds[2];
-    int fuzzedEnds[2];
-    FUZZ_CHECK(makePair(goodEnds) == 0);
-    FUZZ_CHECK(makePair(fuzzedEnds) == 0);
-    Peer good(server, goodEnds[0]);
-    Peer fuzzed(server, fuzzedEnds[0]);
     unsigned int goodId = 0;
+    DeviceServer server(store, settings);
     server.setEventReceiver(makeReceiver<DeviceEvent>([&goodId](const DeviceEvent& event) {
-        FUZZ_CHECK(printableLine(event.describe()));
+        const std::string line = event.describe();
+        FUZZ_CHECK(!line.empty() && std::all_of(line.begin(), line.end(),
+                                                [](char c) { return c >= 0x20 && c <= 0x7E; }));
         FUZZ_CHECK(event.getConnectionId() != goodId || event.getKind() == DeviceEvent::Opened ||
                    event.getKind() == DeviceEvent::LoggedIn);
     }));
-    goodId = adopt(server, goodEnds[1]);
-    const unsigned int fuzzedId = adopt(server, fuzzedEnds[1]);
+    Peer good(server);
+    goodId = good.id;
+    Peer fuzzed(server);
 
     std::vector<Bytes> pushed;
     const MessagePtr login =
-        exchange<LoginResponse>(good, LoginRequest::newInstance("admin", "secret"), pushed);
+        exchange(good, LoginRequest::newInstance("admin", "secret"), LoginResponse::Code, pushed);
     FUZZ_CHECK(static_cast<const LoginResponse&>(*login).getResult() == LoginResponse::Success);
-    exchange<SubscriptionResponse>(good, SubscriptionRequest::newInstance({WatchedChannel}),
-                                   pushed);
+    exchange(good, SubscriptionRequest::newInstance({WatchedChannel}), SubscriptionResponse::Code,
+             pushed);
 
     bool fuzzedLoggedIn = false;
-    if (loginFirst) {
+    if ((data[0] & 1) != 0) {
         fuzzed.send(framed(LoginRequest::newInstance("admin", "secret")));
     }
     unsigned char change = 0;
-    for (const Bytes& piece : pieces) {
+    for (const Bytes& piece : cut(data, size)) {
         fuzzed.send(piece);
-        if (publishChanges) {
+        if ((data[0] & 2) != 0) {
             store->update(3, {++change, 0});
         }
         fuzzed.pump();
         checkFuzzedOutput(fuzzed, fuzzedLoggedIn);
-        const auto connection = server.findConnection(fuzzedId);
+        const auto connection = server.findConnection(fuzzed.id);
         FUZZ_CHECK(!connection || connection->undecodedBytes() <= MaxInputBytes);
     }
 
@@ -297,19 +230,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     setAndReadBack(good, {1, 2, 3, static_cast<unsigned char>(size)}, pushed);
     checkFuzzedOutput(fuzzed, fuzzedLoggedIn);
 
-    fuzzed.vanish();
+    fuzzed.socket->close();  // maybe in the middle of a frame
     for (int round = 0; round < PollRounds && server.connectionCount() > 1; ++round) {
         good.pump();
     }
-    FUZZ_CHECK(server.connectionCount() == 1);
-    FUZZ_CHECK(server.loggedInCount() == 1);
+    FUZZ_CHECK(server.connectionCount() == 1 && server.loggedInCount() == 1);
     setAndReadBack(good, {4, 3, 2, static_cast<unsigned char>(size >> 8)}, pushed);
 
     // The subscription made before the fuzzing still delivers.
     pushed.clear();
     store->update(WatchedChannel, {7, 7, 7, 7});
-    exchange<GetResponse>(good, GetRequest::newInstance({2}), pushed);
+    exchange(good, GetRequest::newInstance({2}), GetResponse::Code, pushed);
     FUZZ_CHECK(!pushed.empty() && pushed.back() == (Bytes{7, 7, 7, 7}));
-    FUZZ_CHECK(good.undecoded() == 0);
+    FUZZ_CHECK(good.decoder.bufferedBytes() == 0);
     return 0;
 }

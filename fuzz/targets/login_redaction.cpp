@@ -7,6 +7,7 @@
 // Invariants: the cut changes nothing; the masked stream decodes to the
 // frames the original decodes to, except that each login's password is '*'
 // bytes and other frames of opcode 9 are gone.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -14,28 +15,18 @@
 #include "FuzzCheck.h"
 #include "chanlink/capture/LoginRedactor.h"
 #include "chanlink/messages/LoginRequest.h"
-#include "chanlink/wire/Decoder.h"
+#include "support/Frames.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-std::vector<Bytes> decode(const Bytes& stream) {
-    Decoder decoder;
-    decoder.injectBytes(stream);
-    std::vector<Bytes> frames;
-    while (decoder.hasFrames()) {
-        frames.push_back(decoder.extractFrame());
-    }
-    return frames;
-}
-
 Bytes redact(const Bytes& stream, std::size_t pieceSize) {
     LoginRedactor redactor;
     Bytes out;
     for (std::size_t at = 0; at < stream.size(); at += pieceSize) {
-        const std::size_t length = std::min(pieceSize, stream.size() - at);
-        const Bytes shown = redactor.take(stream.data() + at, length);
+        const Bytes shown =
+            redactor.take(stream.data() + at, std::min(pieceSize, stream.size() - at));
         out.insert(out.end(), shown.begin(), shown.end());
     }
     const Bytes rest = redactor.finish();
@@ -54,17 +45,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FUZZ_CHECK(masked == redact(stream, stream.size() + 1));
 
     std::vector<Bytes> expected;
-    for (Bytes frame : decode(stream)) {
-        if (frame[0] == 9 && !LoginRequest::validate(frame)) {
-            continue;
-        }
-        if (frame[0] == 9) {
-            for (std::size_t i = 5 + frame[3]; i < frame.size(); ++i) {
-                frame[i] = '*';
+    for (Bytes frame : testing_support::framesIn(stream)) {
+        if (frame[0] == UserAccountRequest::Code) {
+            if (!LoginRequest::validate(frame)) {
+                continue;
             }
+            // The password follows the opcodes, the magic byte, both lengths and the username.
+            std::fill(frame.begin() + 5 + frame[3], frame.end(), '*');
         }
         expected.push_back(frame);
     }
-    FUZZ_CHECK(decode(masked) == expected);
+    FUZZ_CHECK(testing_support::framesIn(masked) == expected);
     return 0;
 }

@@ -2,9 +2,9 @@
 // from the bytes read, the bytes it writes for the queued messages, per tick.
 #include <gtest/gtest.h>
 
-#include "chanlink/endpoint/EndPointBuilder.h"
-#include "chanlink/endpoint/Session.h"
-#include "chanlink/transport/LoopBackTransport.h"
+#include <stdexcept>
+
+#include "chanlink/chanlink.h"
 #include "support/Bytes.h"
 #include "support/Frames.h"
 #include "support/RecordingReceiver.h"
@@ -17,40 +17,39 @@ using testing_support::framesIn;
 using testing_support::RecordingReceiver;
 using testing_support::ScriptedTransport;
 using Frames = std::vector<Bytes>;
+using Queue = QueuedReceiver<std::shared_ptr<const Message>>;
 
 namespace {
-
-using MessageQueue = QueuedReceiver<std::shared_ptr<const Message>>;
 
 std::shared_ptr<const Message> anyMessage(const Bytes& payload) {
     return Message::createShared(new Message(payload));
 }
 
-// Reads and writes at most `capacity` bytes per tick; opcode 0x0B has a producer, 0x0C none.
+// Reads and writes at most `capacity` bytes per tick; opcode 0x0B has a
+// producer, 0x0C none; the receiver throws on the payload 0B EE.
 struct Wired {
     explicit Wired(unsigned int capacity = 1024) {
         chain->addProducer(0x0B, &anyMessage);
         session = std::make_unique<Session>(
             transport,
             std::make_shared<IncomingEndPoint>(capacity, std::make_shared<Decoder>(), transport,
-                                               chain, delivered),
+                                               chain, distributor),
             std::make_shared<OutgoingEndPoint>(capacity, transport, std::make_shared<Encoder>(),
                                                queue));
-    }
-    Frames received() const {
-        Frames payloads;
-        for (const Message& message : delivered->received()) {
-            payloads.push_back(message.write());
-        }
-        return payloads;
     }
     void send(const Bytes& payload) { queue->receive(anyMessage(payload)); }
 
     std::shared_ptr<ScriptedTransport> transport = std::make_shared<ScriptedTransport>();
     std::shared_ptr<MessageProductionChain> chain = std::make_shared<MessageProductionChain>();
-    std::shared_ptr<RecordingReceiver<Message>> delivered =
-        std::make_shared<RecordingReceiver<Message>>();
-    std::shared_ptr<MessageQueue> queue = std::make_shared<MessageQueue>();
+    Frames received;
+    std::shared_ptr<Receiver<Message>> distributor =
+        makeReceiver<Message>([this](const Message& m) {
+            if (m.write() == bytes("0B EE")) {
+                throw std::runtime_error("receiver failed");
+            }
+            received.push_back(m.write());
+        });
+    std::shared_ptr<Queue> queue = std::make_shared<Queue>();
     std::unique_ptr<Session> session;
 };
 
@@ -58,19 +57,27 @@ struct Wired {
 
 TEST(Session, DeliversEveryFrameCompletedByATicksReadOfAtMostItsCapacity) {
     Wired w(8);
-    Bytes stream;
     for (const char* payload : {"0B 01", "0C 00", "0B 02 FF"}) {  // 8, 8 and 10 bytes
-        const Bytes f = framed(bytes(payload));
-        stream.insert(stream.end(), f.begin(), f.end());
+        w.transport->feed(framed(bytes(payload)));
     }
-    w.transport->feed(stream);
     w.session->tick();
-    EXPECT_EQ(w.received(), Frames{bytes("0B 01")});
+    EXPECT_EQ(w.received, Frames{bytes("0B 01")});
     w.session->tick();  // no producer for 0x0C: dropped
     w.session->tick();
-    EXPECT_EQ(w.received().size(), 1u);
+    EXPECT_EQ(w.received.size(), 1u);
     w.session->tick();
-    EXPECT_EQ(w.received(), (Frames{bytes("0B 01"), bytes("0B 02 FF")}));
+    EXPECT_EQ(w.received, (Frames{bytes("0B 01"), bytes("0B 02 FF")}));
+
+    // After a receiver's exception, the frames behind it wait for a read that brings bytes.
+    Wired t;
+    t.transport->feed(framed(bytes("0B EE")));
+    t.transport->feed(framed(bytes("0B 03")));
+    EXPECT_THROW(t.session->tick(), std::runtime_error);
+    t.session->tick();
+    EXPECT_TRUE(t.received.empty());
+    t.transport->feed(bytes("00"));
+    t.session->tick();
+    EXPECT_EQ(t.received, Frames{bytes("0B 03")});
 }
 
 TEST(Session, TicksTheTransportThenReadsThenWritesUpToCapacityLeftoversFirst) {
@@ -106,7 +113,7 @@ TEST(Session, ResetDropsTheHalfReadFrameUnsentBytesAndQueuedMessages) {
     w.transport->feed(framed(bytes("0B 02")));
     w.session->tick();
     EXPECT_TRUE(w.transport->written().empty());
-    EXPECT_EQ(w.received(), Frames{bytes("0B 02")});
+    EXPECT_EQ(w.received, Frames{bytes("0B 02")});
 
     const Session copy(*w.session);  // an inert copy: holds no transport
     EXPECT_EQ(copy.getTransport(), nullptr);
@@ -119,7 +126,6 @@ TEST(EndPointBuilder, BuildsOnlyWithEveryPieceAndSharesOneDecoder) {
     auto delivered = std::make_shared<RecordingReceiver<Message>>();
     auto chain = std::make_shared<MessageProductionChain>();
     chain->addProducer(0x0B, &anyMessage);
-    EXPECT_EQ(builder.buildIncomingEndPoint(), nullptr);
     builder.setReadTransport(transport).setMessageProductionChain(chain);
     EXPECT_EQ(builder.buildIncomingEndPoint(), nullptr);  // no distributor yet
     builder.setMessageDistributor(delivered);
