@@ -262,12 +262,15 @@ const Scenario scenarios[] = {
          s.silence(GetRequest::Code);
          timed(s, [&] { return s.session->blockingGet(7, 10ms, s.waiter); });
          timed(s, [&] { return s.session->blockingGet(7, 0ms, s.waiter); });
+         // In memory there is nothing to wait on: the next tick may have work.
+         s.log.push_back("wait " + std::to_string(s.session->waitForActivity(1000ms)));
          login(s);
          s.device->handlers.clear();
          timed(s, [&] { return s.session->blockingGet(7, 1000ms, s.waiter); });
      },
      {Login, Get3, Get7, Get7, Get7, Login, Get7},
-     {"get 3 255 33 in 2", "get 7 255 77 07", "none in 10", "none in 1", "get 7 255 77 07 in 2"},
+     {"get 3 255 33 in 2", "get 7 255 77 07", "none in 10", "none in 1", "wait 1",
+      "get 7 255 77 07 in 2"},
      true},
 
     // A timed-out set still queued is withdrawn; one already sent holds the

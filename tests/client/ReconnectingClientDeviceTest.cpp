@@ -67,12 +67,20 @@ TEST(ReconnectingClientWithDevice, WaitsOnTheSocketAndResubscribesAfterTheDevice
 
     // The device goes away: the hang-up wakes the wait, and its values
     // change while the client is away.
+    const std::shared_ptr<ClientSession> dropped = client.getSession();
     clock->onWait = nullptr;
     device.reset();
     EXPECT_TRUE(client.waitForActivity(5000ms));
-    client.tick();
-    EXPECT_EQ(client.getState(), ReconnectingClient::WaitingToReconnect);
+    ASSERT_TRUE(testing_support::eventually([&] {
+        client.tick();
+        return client.getState() == ReconnectingClient::WaitingToReconnect;
+    }));
+    // A closed connection leaves nothing to watch: a wait lasts its timeout.
     EXPECT_EQ(client.getPollDescriptor().fd, -1);
+    EXPECT_EQ(dropped->getPollDescriptor().fd, -1);
+    const auto before = clock->waited;
+    EXPECT_FALSE(SessionWaiter(clock).waitForActivity(*dropped, 250ms));
+    EXPECT_EQ(clock->waited - before, 250ms);
     store->update(1, {1, 2, 3, 4});
     device = std::make_unique<DeviceServer>(store, settings);
     ASSERT_TRUE(device->listen(port, "127.0.0.1"));  // back on the same port
