@@ -1,23 +1,28 @@
 // A built session against a scripted device over an in-memory pair: what the
 // application's calls put on the wire, in which order, and which outcomes
-// they deliver. The device is served between the session's ticks.
+// they deliver. The device is served between the session's ticks, or, for
+// the blocking calls, inside each tick, which moves the clock by 1 ms.
 #include <gtest/gtest.h>
 
 #include <functional>
 
 #include "chanlink/messages/ErrorResponse.h"
 #include "chanlink/messages/GetRequest.h"
+#include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/SetRequest.h"
 #include "chanlink/messages/SetResponse.h"
 #include "chanlink/transport/LoopBackTransport.h"
 #include "support/PairedSession.h"
 
+using namespace std::chrono_literals;
 using testing_support::PairedSession;
 using Strings = std::vector<std::string>;
+using Bytes = std::vector<unsigned char>;
 
 namespace {
 
 const std::string Login = "09 09 07 02 03 61 62 78 79 7A";
+const std::string Get3 = "00 01 00 03 00 00 00";
 const std::string Get7 = "00 01 00 07 00 00 00";
 const std::string Sub3 = "03 01 00 03 00 00 00";
 const std::string Sub5 = "03 01 00 05 00 00 00";
@@ -27,8 +32,9 @@ const std::string PushOff = "04 00";
 struct Scenario {
     const char* name;
     std::function<void(PairedSession&)> steps;
-    Strings wire;  // requests the device received, in order
-    Strings log;   // outcomes delivered, in order
+    Strings wire;         // requests the device received, in order
+    Strings log;          // outcomes delivered, in order
+    bool served = false;  // the device serves inside each tick
 };
 
 void login(PairedSession& s) {
@@ -37,6 +43,28 @@ void login(PairedSession& s) {
 }
 
 const auto quiet = [] { return makeReceiver<GetOutcome>([](const GetOutcome&) {}); };
+
+void note(PairedSession& s, const GetOutcome& o) {
+    s.got()->receive(o);
+}
+void note(PairedSession& s, const SetOutcome& o) {
+    s.set()->receive(o);
+}
+void note(PairedSession& s, const LoginOutcome& o) {
+    s.logins()->receive(o);
+}
+
+// Logs what a timed call returned and how many ticks it took: "get 3 255 33 in 1".
+template <typename Call>
+void timed(PairedSession& s, Call call) {
+    s.ticks = 0;
+    if (const auto result = call()) {
+        note(s, *result);
+    } else {
+        s.log.push_back("none");
+    }
+    s.log.back() += " in " + std::to_string(s.ticks);
+}
 
 const Scenario scenarios[] = {
     {"LoginOutcomesFollowTheDevicesAnswer",
@@ -47,13 +75,14 @@ const Scenario scenarios[] = {
          for (unsigned char result : {1, 2, 0}) {
              s.device->loginResult = result;
              login(s);
+             s.log.push_back(s.session->getLoginState().tooManyConnections() ? "full" : "room");
          }
          s.session->removeLoginOutcomeReceiver(logins);
          login(s);
      },
      {Login, Login, Login, Login},
-     {"login Pending", "login Success", "login Pending", "login TooManyConnections",
-      "login Pending", "login Failure"}},
+     {"login Pending", "login Success", "room", "login Pending", "login TooManyConnections", "full",
+      "login Pending", "login Failure", "room"}},
 
     {"RequestsWaitForTheLoginThenLeaveWithTheirRenewalsInOneBurst",
      [](PairedSession& s) {
@@ -197,6 +226,70 @@ const Scenario scenarios[] = {
      },
      {Login, Login, Get7, Sub3, Sub5, PushOn},
      {}},
+
+    // The timed calls return within their timeout plus one tick; a timeout of
+    // 0 makes exactly one tick.
+    {"ATimedLoginIsEmptyWhenUnansweredInTimeAndALateAnswerStillCounts",
+     [](PairedSession& s) {
+         // A timed call made from inside a receiver returns too.
+         s.session->addLoginOutcomeReceiver(makeReceiver<LoginOutcome>([&s](const LoginOutcome& o) {
+             if (o.loggedIn()) {
+                 timed(s, [&] { return s.session->blockingGet(3, 1000ms, s.waiter); });
+             }
+         }));
+         timed(s, [&] { return s.session->blockingLogin(1000ms, s.waiter); });
+         s.silence(9);
+         timed(s, [&] { return s.session->blockingLogin(20ms, s.waiter); });
+         note(s, s.session->getLoginState());
+         s.device->send(LoginResponse::newInstance(LoginResponse::Success));
+         s.session->tick();
+         note(s, s.session->getLoginState());
+     },
+     {Login, Get3, Login, Get3},
+     {"get 3 255 33 in 2", "login Success in 2", "none in 20", "login Pending", "get 3 255 33 in 2",
+      "login Success"},
+     true},
+
+    // A timed-out get stops waiting (a new login asks for nothing) but its
+    // request, once made, still leaves.
+    {"ATimedOutGetLeavesNoWaitBehind",
+     [](PairedSession& s) {
+         login(s);
+         timed(s, [&] {
+             return s.session->blockingGet(3, std::chrono::milliseconds::max(), s.waiter);
+         });
+         note(s, s.session->blockingGet(7));
+         s.silence(GetRequest::Code);
+         timed(s, [&] { return s.session->blockingGet(7, 10ms, s.waiter); });
+         timed(s, [&] { return s.session->blockingGet(7, 0ms, s.waiter); });
+         // In memory there is nothing to wait on: the next tick may have work.
+         s.log.push_back("wait " + std::to_string(s.session->waitForActivity(1000ms)));
+         login(s);
+         s.device->handlers.clear();
+         timed(s, [&] { return s.session->blockingGet(7, 1000ms, s.waiter); });
+     },
+     {Login, Get3, Get7, Get7, Get7, Login, Get7},
+     {"get 3 255 33 in 2", "get 7 255 77 07", "none in 10", "none in 1", "wait 1",
+      "get 7 255 77 07 in 2"},
+     true},
+
+    // A timed-out set still queued is withdrawn; one already sent holds the
+    // sets behind it until its late answer.
+    {"ATimedOutSetIsWithdrawnIfUnsentAndOtherwiseHoldsTheQueue",
+     [](PairedSession& s) {
+         login(s);
+         timed(s, [&] { return s.session->blockingSet(3, {0x01}, 1000ms, s.waiter); });
+         timed(s, [&] { return s.session->blockingSet(3, Bytes(70000), 1000ms, s.waiter); });
+         s.silence(SetRequest::Code);
+         timed(s, [&] { return s.session->blockingSet(3, {0x02}, 10ms, s.waiter); });
+         timed(s, [&] { return s.session->blockingSet(7, {0x03}, 10ms, s.waiter); });
+         s.device->handlers.clear();
+         s.device->send(SetResponse::newInstance(3));
+         timed(s, [&] { return s.session->blockingSet(7, {0x04}, 1000ms, s.waiter); });
+     },
+     {Login, "02 03 00 00 00 01 00 01", "02 03 00 00 00 01 00 02", "02 07 00 00 00 01 00 04"},
+     {"set 3 255 in 2", "set 3 1 in 0", "none in 10", "none in 10", "set 7 255 in 2"},
+     true},
 };
 
 void PrintTo(const Scenario& scenario, std::ostream* out) {
@@ -208,7 +301,7 @@ class ClientSessionScenario : public testing::TestWithParam<Scenario> {};
 }  // namespace
 
 TEST_P(ClientSessionScenario, PutsTheseRequestsOnTheWireAndDeliversTheseOutcomes) {
-    PairedSession s("ab", true);
+    PairedSession s("ab", !GetParam().served);
     GetParam().steps(s);
     EXPECT_EQ(s.wire(), GetParam().wire);
     EXPECT_EQ(s.log, GetParam().log);
@@ -228,22 +321,28 @@ TEST(ClientSessionBuilder, BuildsOnlyWithTransportUsernameAndPassword) {
     EXPECT_NE(first, builder.build());
 }
 
-TEST(ClientSession, CredentialsTooLongForARequestFailTheLoginWithoutSending) {
+// Credentials too long for a request cannot be sent, and a copy has nothing
+// to work with: their calls answer at once, without a tick.
+TEST(ClientSession, CallsThatCannotSendAnythingAnswerAtOnce) {
     PairedSession longest(std::string(255, 'u'));
     EXPECT_TRUE(longest.session->blockingLogin().loggedIn());
-    PairedSession tooLong(std::string(256, 'u'));
-    EXPECT_EQ(tooLong.session->blockingLogin().getState(), LoginOutcome::Failure);
-    EXPECT_EQ(tooLong.ticks, 0);
-}
-
-TEST(ClientSession, ACopyIsEmptyAndInert) {
-    PairedSession s;
+    PairedSession s(std::string(256, 'u'));
+    EXPECT_EQ(s.session->blockingLogin().getState(), LoginOutcome::Failure);
+    EXPECT_EQ(s.session->blockingLogin(20ms, s.waiter).value().getState(), LoginOutcome::Failure);
     ClientSession copy(*s.session);
-    EXPECT_EQ(copy.getTransport(), nullptr);
     copy.tick();
     copy.reset();
+    EXPECT_EQ(copy.getTransport(), nullptr);
     EXPECT_FALSE(copy.initiateLogin());
     EXPECT_EQ(copy.blockingLogin().getState(), LoginOutcome::Failure);
+    EXPECT_EQ(copy.blockingLogin(10ms).value().getState(), LoginOutcome::Failure);
     EXPECT_EQ(copy.blockingGet(1).getReasonCode(), 131);
-    EXPECT_NE(s.session->getTransport(), nullptr);
+    EXPECT_EQ(copy.blockingGet(1, 10ms).value().getReasonCode(), 131);
+    EXPECT_EQ(copy.blockingSet(1, {}, 10ms).value().getReasonCode(), 131);
+    EXPECT_TRUE(copy.waitForActivity(10ms));
+    EXPECT_EQ(copy.getPollDescriptor().fd, -1);
+    EXPECT_EQ(s.ticks, 0);
+    ClientSubscriptionManager unconnected(nullptr);  // nowhere to send to
+    unconnected.addSubscription(1, quiet());
+    EXPECT_EQ(unconnected.getSubscriptionList(), std::list<unsigned int>{1});
 }

@@ -1,10 +1,12 @@
-// The reconnecting client against the library's own device server on
-// 127.0.0.1, stopped and started again on the same port under it. Both run in
-// this thread; the device is polled without waiting, every wait is bounded.
+// The reconnecting client over TCP against the library's own device server on
+// 127.0.0.1, stopped and started again on the same port under it: waits are
+// on the socket, and subscriptions deliver again without application code.
+// Both ends run in this thread and every wait is bounded; long waits run on a
+// clock the test moves. (ReconnectingClientTest has the client's rules in
+// detail, in memory.)
 #include <gtest/gtest.h>
 
 #include "chanlink/client/ReconnectingClient.h"
-#include "chanlink/messages/ReasonCode.h"
 #include "chanlink/server/DeviceServer.h"
 #include "chanlink/server/MemoryChannelStore.h"
 #include "support/Eventually.h"
@@ -12,12 +14,9 @@
 #include "support/RecordingReceiver.h"
 
 using namespace std::chrono_literals;
-using testing_support::eventually;
-using testing_support::ManualClock;
-using testing_support::RecordingReceiver;
 using Bytes = std::vector<unsigned char>;
 
-TEST(ReconnectingClientWithDevice, SubscriptionsDeliverAgainAfterTheDeviceServerRestarts) {
+TEST(ReconnectingClientWithDevice, WaitsOnTheSocketAndResubscribesAfterTheDeviceRestarts) {
     auto store = std::make_shared<MemoryChannelStore>();
     store->addChannel(1, {0, 0, 0, 0}, false);
     store->addChannel(2, {0x10}, true);
@@ -28,53 +27,66 @@ TEST(ReconnectingClientWithDevice, SubscriptionsDeliverAgainAfterTheDeviceServer
     ASSERT_TRUE(device->listen("0", "127.0.0.1"));
     const std::string port = device->getListeningService();
 
-    auto clock = std::make_shared<ManualClock>();
+    auto clock = std::make_shared<testing_support::ManualClock>();
     ReconnectingClient client("127.0.0.1", port, "admin", "secret", clock);
-    auto values = std::make_shared<RecordingReceiver<GetOutcome>>();
-    auto pushed = std::make_shared<RecordingReceiver<GetOutcome>>();
+    auto values = std::make_shared<testing_support::RecordingReceiver<GetOutcome>>();
+    auto pushed = std::make_shared<testing_support::RecordingReceiver<GetOutcome>>();
     client.addSubscription(1, values);
     client.addPushSubscription(2, pushed);
-    const auto until = [&](auto condition) {
-        return eventually([&] {
+    const auto last = [](const auto& receiver) {
+        return receiver->count() == 0 ? Bytes{} : receiver->received().back().getData();
+    };
+    // Ticks both ends until the latest values are these.
+    const auto until = [&](const Bytes& value, const Bytes& push) {
+        return testing_support::eventually([&] {
             client.tick();
-            if (device) {
-                device->poll(0ms);
-            }
-            return condition();
+            device->poll(0ms);
+            return last(values) == value && (push.empty() || last(pushed) == push);
         });
     };
-    const auto lastValue = [](const RecordingReceiver<GetOutcome>& receiver) {
-        return receiver.count() == 0 ? Bytes{} : receiver.received().back().getData();
-    };
 
+    EXPECT_EQ(client.getPollDescriptor().fd, -1);  // nothing to watch yet
     client.start();
-    ASSERT_TRUE(until([&] { return lastValue(*values) == Bytes{0, 0, 0, 0}; }));
-    EXPECT_EQ(client.getState(), ReconnectingClient::Ready);
+    ASSERT_TRUE(until({0, 0, 0, 0}, {}));
+    EXPECT_EQ(client.getPollDescriptor().fd, client.getSession()->getPollDescriptor().fd);
+    EXPECT_GE(client.getPollDescriptor().fd, 0);
+    EXPECT_EQ(client.getPollDescriptor().events, POLLIN);
+    // A silent device: the whole timeout is one wait on the socket.
+    const int waits = clock->waits;
+    EXPECT_FALSE(client.waitForActivity(3000ms));
+    EXPECT_EQ(clock->waited, 3000ms);
+    EXPECT_EQ(clock->waits, waits + 1);
+
+    // Timed calls end as soon as the answer wakes the wait.
+    clock->onWait = [&] { device->poll(0ms); };
+    clock->pollLimit = 5000ms;
+    EXPECT_EQ(client.blockingSet(1, {9, 9, 9, 9}, 5000ms), SetOutcome(1, 255));
+    EXPECT_EQ(client.blockingGet(1, 5000ms).value().getData(), (Bytes{9, 9, 9, 9}));
     store->update(2, {0x20});
-    ASSERT_TRUE(until([&] { return lastValue(*pushed) == Bytes{0x20}; }));
+    ASSERT_TRUE(until({9, 9, 9, 9}, {0x20}));
 
-    device.reset();  // the device goes away
-    ASSERT_TRUE(until([&] { return client.getState() == ReconnectingClient::WaitingToReconnect; }));
-    store->update(1, {1, 2, 3, 4});  // changed while the client was away
-
+    // The device goes away: the hang-up wakes the wait, and its values
+    // change while the client is away.
+    const std::shared_ptr<ClientSession> dropped = client.getSession();
+    clock->onWait = nullptr;
+    device.reset();
+    EXPECT_TRUE(client.waitForActivity(5000ms));
+    ASSERT_TRUE(testing_support::eventually([&] {
+        client.tick();
+        return client.getState() == ReconnectingClient::WaitingToReconnect;
+    }));
+    // A closed connection leaves nothing to watch: a wait lasts its timeout.
+    EXPECT_EQ(client.getPollDescriptor().fd, -1);
+    EXPECT_EQ(dropped->getPollDescriptor().fd, -1);
+    const auto before = clock->waited;
+    EXPECT_FALSE(SessionWaiter(clock).waitForActivity(*dropped, 250ms));
+    EXPECT_EQ(clock->waited - before, 250ms);
+    store->update(1, {1, 2, 3, 4});
     device = std::make_unique<DeviceServer>(store, settings);
     ASSERT_TRUE(device->listen(port, "127.0.0.1"));  // back on the same port
     clock->advance(client.getRetryDelay());
-    ASSERT_TRUE(until([&] { return lastValue(*values) == Bytes{1, 2, 3, 4}; }));
-    EXPECT_EQ(client.getState(), ReconnectingClient::Ready);
+    ASSERT_TRUE(until({1, 2, 3, 4}, {}));
     store->update(1, {5, 6, 7, 8});
     store->update(2, {0x30});
-    ASSERT_TRUE(until([&] {
-        return lastValue(*values) == Bytes{5, 6, 7, 8} && lastValue(*pushed) == Bytes{0x30};
-    }));
-
-    // The timed calls on the new connection, with the device's refusals by name.
-    clock->onWait = [&] { device->poll(0ms); };
-    clock->pollLimit = 5000ms;  // ends as soon as the answer is there
-    EXPECT_EQ(client.blockingSet(1, {9, 9, 9, 9}, 5000ms), SetOutcome(1, 255));
-    EXPECT_EQ(client.blockingSet(2, {0x01}, 5000ms), SetOutcome(2, ReasonCode::ReadOnlyChannel));
-    const auto unknown = client.blockingGet(99, 5000ms);
-    ASSERT_TRUE(unknown.has_value());
-    EXPECT_STREQ(ReasonCode::name(unknown->getReasonCode()), "UnknownChannel");
-    EXPECT_EQ(client.blockingGet(1, 5000ms)->getData(), (Bytes{9, 9, 9, 9}));
+    ASSERT_TRUE(until({5, 6, 7, 8}, {0x30}));
 }

@@ -1,264 +1,303 @@
-// The reconnecting client against scripted devices on 127.0.0.1 that are
-// stopped and started again on the same port under it. Time is a clock the
-// test moves; every wait on the network is bounded.
+// The reconnecting client over in-memory connections: each connection it
+// makes meets a scripted device of its own, served inside the client's ticks;
+// while the device is down, connecting fails at once. The clock moves when a
+// scenario moves it (or 1 ms per tick, where set). What the client reports
+// goes to one log, state changes with the time in ms; what each device
+// received, and whether its connection was closed, to another.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <functional>
 
 #include "chanlink/client/ReconnectingClient.h"
 #include "chanlink/flow/FunctionReceiver.h"
 #include "chanlink/messages/GetRequest.h"
-#include "chanlink/messages/ReasonCode.h"
+#include "chanlink/messages/LoginResponse.h"
 #include "chanlink/messages/SetRequest.h"
-#include "support/Eventually.h"
+#include "chanlink/messages/SetResponse.h"
+#include "support/Bytes.h"
 #include "support/ManualClock.h"
-#include "support/RecordingReceiver.h"
-#include "support/ScriptedTcpDevice.h"
+#include "support/ScriptedPeer.h"
+#include "support/TransportPair.h"
 
 using namespace std::chrono_literals;
-using testing_support::eventually;
-using testing_support::ManualClock;
-using testing_support::RecordingReceiver;
-using testing_support::ScriptedTcpDevice;
+using testing_support::MemoryTransport;
+using testing_support::ScriptedPeer;
 using Bytes = std::vector<unsigned char>;
-using Codes = std::vector<OpCode>;
-using States = std::vector<ReconnectingClient::State>;
+using Strings = std::vector<std::string>;
+using State = ReconnectingClient::State;
 
 namespace {
 
-struct Fixture {
-    Fixture() {
-        device.channels = {{10, {0x01}}, {11, {0x02}}};
-        client.addStateReceiver(states);
-        client.addLoginOutcomeReceiver(logins);
-    }
-    // One round of both ends, until condition holds (bounded).
-    template <typename Condition>
-    bool until(Condition condition) {
-        return eventually([&] {
-            client.tick();
-            device.serve();
-            return condition();
-        });
-    }
-    int count(ReconnectingClient::State state) const {
-        const auto& seen = states->received();
-        return static_cast<int>(std::count(seen.begin(), seen.end(), state));
-    }
-    static void silence(ScriptedTcpDevice& device, OpCode code) {
-        device.peer()->handlers[code] = [](const Message&) {};
+const std::map<OpCode, ScriptedPeer::Handler> Silent = {{9, [](const Message&) {}},
+                                                        {GetRequest::Code, [](const Message&) {}},
+                                                        {SetRequest::Code, [](const Message&) {}}};
+
+std::string text(const GetOutcome& o) {
+    return std::to_string(o.getChannelId()) + " " + std::to_string(o.getReasonCode()) +
+           (o.getData().empty() ? "" : " " + testing_support::hex(o.getData()));
+}
+std::string text(const SetOutcome& o) {
+    return std::to_string(o.getChannelId()) + " " + std::to_string(o.getReasonCode());
+}
+std::string text(State state) {
+    return ReconnectingClient::stateName(state);
+}
+
+struct Rig {
+    Rig() {
+        client.addStateReceiver(heard<State>(""));
+        client.setMaxUndecodedBytes(64 * 1024);
     }
 
-    ScriptedTcpDevice device;
-    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
-    ReconnectingClient client{"127.0.0.1", device.port(), "u", "p", clock};
-    std::shared_ptr<RecordingReceiver<ReconnectingClient::State>> states =
-        std::make_shared<RecordingReceiver<ReconnectingClient::State>>();
-    std::shared_ptr<RecordingReceiver<LoginOutcome>> logins =
-        std::make_shared<RecordingReceiver<LoginOutcome>>();
+    std::shared_ptr<Transport> connect() {
+        if (!up) {
+            return nullptr;
+        }
+        auto [end, device] = testing_support::makeTransportPair();
+        auto peer = std::make_shared<ScriptedPeer>(device);
+        peer->loginResult = loginResult;
+        peer->channels = channels;
+        peer->handlers = handlers;
+        // The first `hostile` devices open a frame that never ends once the
+        // login is in, and keep what they answer inside it.
+        const bool endless = ends.size() < hostile;
+        if (endless) {
+            peer->handlers = Silent;
+            peer->handlers.erase(9);
+        }
+        end->onTick = [this, peer, endless, opened = false]() mutable {
+            clock->advance(tickStep);
+            peer->serve();
+            if (endless && !peer->received.empty() && peer->unsentBytes() == 0) {
+                peer->sendBytes(opened ? Bytes(4096, 0x00) : Bytes{0xFF, 0xFC, 0xFC, 0xFC, 0x7F});
+                opened = true;
+            }
+        };
+        ends.push_back(end);
+        peers.push_back(peer);
+        return end;
+    }
+    ScriptedPeer& device() { return *peers.back(); }
+
+    template <typename T>
+    std::shared_ptr<Receiver<T>> heard(const std::string& name) {
+        return makeReceiver<T>([this, name](const T& item) {
+            log.push_back(name.empty() ? text(item) + " " + std::to_string(clock->waited.count())
+                                       : name + " " + text(item));
+        });
+    }
+    // Ticks enough for a login, its renewals and their answers.
+    void settle(std::chrono::milliseconds step = 0ms) {
+        clock->advance(step);
+        for (int i = 0; i < 100; ++i) {
+            client.tick();
+        }
+    }
+
+    // Opcodes each device received, and whether its connection was closed.
+    Strings connections() const {
+        Strings seen;
+        for (std::size_t i = 0; i < peers.size(); ++i) {
+            std::string codes;
+            for (OpCode code : peers[i]->opcodes()) {
+                codes += std::to_string(code) + " ";
+            }
+            seen.push_back(codes + (ends[i]->closed ? "closed" : "open"));
+        }
+        return seen;
+    }
+
+    std::shared_ptr<testing_support::ManualClock> clock =
+        std::make_shared<testing_support::ManualClock>();
+    bool up = true;
+    unsigned char loginResult = 1;
+    std::map<unsigned int, Bytes> channels = {{10, {0x01}}, {11, {0x02}}};
+    std::map<OpCode, ScriptedPeer::Handler> handlers;
+    std::size_t hostile = 0;
+    std::chrono::milliseconds tickStep{0};
+    std::vector<std::shared_ptr<MemoryTransport>> ends;
+    std::vector<std::shared_ptr<ScriptedPeer>> peers;
+    Strings log;
+    // Last: its destructor still reports to the log.
+    ReconnectingClient client{[this] { return connect(); }, "u", "p", clock};
 };
+
+struct Scenario {
+    const char* name;
+    std::function<void(Rig&)> steps;
+    Strings connections;
+    const char* log;  // the log's entries, joined by ", "
+};
+
+const Scenario scenarios[] = {
+    {"SubscriptionsComeBackOnEveryConnectionAndWhatWaitedIsAnsweredWhenItGoes",
+     [](Rig& r) {
+         const auto sub = r.heard<GetOutcome>("sub");
+         const auto also = r.heard<GetOutcome>("also");
+         const auto push = r.heard<GetOutcome>("push");
+         r.client.addSubscription(10, sub);
+         r.client.addSubscription(10, also);
+         r.client.addPushSubscription(11, push);
+         r.client.start();
+         r.settle();
+         r.device().push(11);
+         r.settle();
+         r.device().handlers = Silent;
+         r.client.requestChannel(11, r.heard<GetOutcome>("get"));
+         r.client.setChannel(10, {0x05}, r.heard<SetOutcome>("set"));
+         r.settle();
+         r.ends.back()->closed = true;  // the connection is gone
+         r.settle();
+         r.client.requestChannel(10, r.heard<GetOutcome>("away"));  // answered on the next tick
+         r.client.tick();
+         r.log.push_back("set " + text(r.client.blockingSet(10, {1}, 1000ms).value()));
+         r.channels[10] = {0x07};
+         r.settle(99ms);
+         r.settle(1ms);
+         // Only a channel's last receiver unsubscribes.
+         r.client.removeSubscription(10, sub);
+         r.client.removeSubscription(12, sub);
+         r.client.removePushSubscription(11, push);
+         r.settle();
+         r.client.removeSubscription(10, also);
+         r.settle();
+     },
+     {"9 3 4 0 2 closed", "9 3 4 4 3 open"},
+     "Connecting 0, LoggingIn 0, Ready 0, sub 10 255 01, also 10 255 01, push 11 255 02, "
+     "WaitingToReconnect 0, get 11 132, set 10 132, away 10 133, set 10 133, Connecting 100, "
+     "LoggingIn 100, Ready 100, sub 10 255 07, also 10 255 07"},
+
+    // Retries wait out a back-off that doubles up to the maximum. A drop for a
+    // bound, or any drop soon after the login, counts as a failure; a login
+    // that lasted for the longest back-off starts the count over.
+    {"BacksOffDoublingToTheMaximumAndStartsOverAfterALastingLogin",
+     [](Rig& r) {
+         r.up = false;
+         r.hostile = 2;
+         r.client.setBackOff(100ms, 400ms);
+         const auto pushed = r.heard<GetOutcome>("pushed");
+         r.client.addPushReceiver(pushed);
+         r.client.start();              // at 0: down
+         for (int i = 0; i < 4; ++i) {  // at 100: down; 300 and 700: endless frames; 1100
+             r.up = i > 0;
+             r.client.waitForActivity(5000ms);  // until the attempt is due
+             r.client.tick();
+             r.client.requestChannel(10, r.heard<GetOutcome>("get"));
+             r.settle();
+         }
+         r.log.push_back(r.client.getLastDropReason());
+         r.device().push(11);
+         r.settle(400ms);
+         r.ends.back()->closed = true;
+         r.settle();
+         r.settle(r.client.getTimeUntilDue());
+         r.ends.back()->closed = true;
+         r.settle();
+         r.settle(r.client.getTimeUntilDue());
+         r.client.removePushReceiver(pushed);
+         r.settle();
+     },
+     {"9 0 0 4 closed", "9 0 0 4 closed", "9 0 0 4 closed", "9 4 closed", "9 4 4 open"},
+     "Connecting 0, WaitingToReconnect 0, Connecting 100, WaitingToReconnect 100, get 10 133, "
+     "Connecting 300, LoggingIn 300, Ready 300, WaitingToReconnect 300, get 10 134, "
+     "Connecting 700, LoggingIn 700, Ready 700, WaitingToReconnect 700, get 10 134, "
+     "Connecting 1100, LoggingIn 1100, Ready 1100, get 10 255 01, pushed 10 255 01, "
+     "pushed 10 255 01, the device sent a frame larger than 64 KiB; connection closed, "
+     "pushed 11 255 02, WaitingToReconnect 1500, Connecting 1600, LoggingIn 1600, Ready 1600, "
+     "WaitingToReconnect 1600, Connecting 1800, LoggingIn 1800, Ready 1800"},
+
+    {"GivesUpOnUnansweredAndRefusedLoginsAndStopsForGood",
+     [](Rig& r) {
+         r.handlers = Silent;
+         r.client.setAttemptTimeout(2000ms);
+         r.client.addLoginOutcomeReceiver(makeReceiver<LoginOutcome>([&r](const LoginOutcome& o) {
+             r.log.push_back(std::string("login ") + LoginOutcome::name(o.getState()));
+         }));
+         r.client.start();
+         r.client.requestChannel(10, r.heard<GetOutcome>("get"));  // held for the login
+         r.settle(1999ms);
+         r.settle(1ms);
+         r.handlers.clear();
+         r.loginResult = 0;
+         r.settle(100ms);
+         r.client.setChannel(10, {0x01}, r.heard<SetOutcome>("set"));
+         r.client.stop();
+         r.settle(10000ms);
+         r.log.push_back("ready " + std::to_string(r.client.waitUntilReady(1000ms)));
+         // Credentials no login request can carry: stopped, not retried.
+         ReconnectingClient unusable([&r] { return r.connect(); }, std::string(256, 'u'), "p",
+                                     r.clock);
+         unusable.addStateReceiver(r.heard<State>(""));
+         unusable.start();
+     },
+     {"9 closed", "9 closed", "closed"},
+     "Connecting 0, login Pending, LoggingIn 0, WaitingToReconnect 2000, get 10 132, "
+     "Connecting 2100, login Pending, LoggingIn 2100, login Failure, WaitingToReconnect 2100, "
+     "Stopped 2100, set 10 133, ready 0, Connecting 12100, Stopped 12100"},
+
+    // A timed call that gives up withdraws its request from the session: a
+    // get held for the login is not asked for again after it, and a set
+    // queued behind an unanswered one never leaves.
+    {"TimedCallsAnswerOrGiveUpLeavingNothingBehind",
+     [](Rig& r) {
+         r.handlers = Silent;
+         r.tickStep = 1ms;
+         r.client.start();
+         r.log.push_back(r.client.blockingGet(11, 10ms) ? "get" : "none");
+         r.device().handlers.clear();
+         r.device().send(LoginResponse::newInstance(LoginResponse::Success));
+         r.log.push_back("ready " + std::to_string(r.client.waitUntilReady(1000ms)));
+         r.log.push_back("get " + text(r.client.blockingGet(10, 1000ms).value()));
+         r.device().handlers = Silent;
+         r.log.push_back(r.client.blockingGet(10, 10ms) ? "get" : "none");
+         r.log.push_back(r.client.blockingSet(10, {0x01}, 10ms) ? "set" : "none");
+         r.log.push_back(r.client.blockingSet(11, {0x02}, 10ms) ? "set" : "none");
+         r.log.push_back("outstanding " + std::to_string(r.client.outstanding()));
+         r.device().handlers.clear();
+         r.device().send(SetResponse::newInstance(10));
+         r.log.push_back("set " + text(r.client.blockingSet(10, {0x03}, 1000ms).value()));
+     },
+     {"9 0 0 0 2 2 open"},
+     "Connecting 0, LoggingIn 0, none, Ready 11, ready 1, get 10 255 01, none, none, none, "
+     "outstanding 0, set 10 255"},
+
+    {"AReceiverMayStopTheClientWhileItIsBeingTicked",
+     [](Rig& r) {
+         const auto got = r.heard<GetOutcome>("got");
+         r.client.addSubscription(10, makeReceiver<GetOutcome>([&r, got](const GetOutcome&) {
+                                      r.client.requestChannel(11, got);
+                                      r.client.stop();
+                                  }));
+         r.client.addStateReceiver(makeReceiver<State>([&r, got](State state) {
+             if (state == ReconnectingClient::Ready) {
+                 r.client.addSubscription(11, got);  // registering from a state report
+             }
+         }));
+         r.client.start();
+         r.settle();
+     },
+     {"9 3 3 closed"},
+     "Connecting 0, LoggingIn 0, Ready 0, Stopped 0, got 11 132"},
+};
+
+void PrintTo(const Scenario& scenario, std::ostream* out) {
+    *out << scenario.name;
+}
+
+class ReconnectingScenario : public testing::TestWithParam<Scenario> {};
 
 }  // namespace
 
-TEST(ReconnectingClient, SubscriptionsDeliverAgainAfterTheDeviceRestarts) {
-    Fixture f;
-    ASSERT_TRUE(f.device.listening());
-    auto values = std::make_shared<RecordingReceiver<GetOutcome>>();
-    auto pushed = std::make_shared<RecordingReceiver<GetOutcome>>();
-    auto also = std::make_shared<RecordingReceiver<GetOutcome>>();
-    f.client.addSubscription(10, values);
-    f.client.addSubscription(10, also);
-    f.client.addPushSubscription(11, pushed);
-    EXPECT_EQ(f.client.getState(), ReconnectingClient::Stopped);
-    f.client.start();
-    ASSERT_TRUE(f.until([&] { return values->count() >= 1; }));
-    EXPECT_EQ(f.client.getState(), ReconnectingClient::Ready);
-    EXPECT_EQ(f.device.peer()->opcodes(), (Codes{9, 3, 4}));  // each renewal asked once
-    f.device.peer()->push(11);
-    ASSERT_TRUE(f.until([&] { return pushed->count() == 1; }));
-
-    // A get and a set that the device takes and never answers.
-    Fixture::silence(f.device, GetRequest::Code);
-    Fixture::silence(f.device, SetRequest::Code);
-    auto got = std::make_shared<RecordingReceiver<GetOutcome>>();
-    auto set = std::make_shared<RecordingReceiver<SetOutcome>>();
-    f.client.requestChannel(11, got);
-    f.client.setChannel(10, {0x05}, set);
-    ASSERT_TRUE(f.until([&] { return f.device.peer()->received.size() == 5; }));
-    EXPECT_EQ(f.client.outstanding(), 2u);
-
-    // A frame cut short by the device's end is gone with its connection.
-    f.device.peer()->sendBytes({0xFF, 0x10, 0x00, 0x00, 0x00, 0x0B, 0x01, 0x00, 0x0A});
-    f.device.stop();
-    ASSERT_TRUE(f.until([&] { return f.client.getState() != ReconnectingClient::Ready; }));
-    EXPECT_EQ(f.client.getState(), ReconnectingClient::WaitingToReconnect);
-    EXPECT_EQ(got->received(), std::vector<GetOutcome>{GetOutcome(11, ReasonCode::ConnectionLost)});
-    EXPECT_EQ(set->received(), std::vector<SetOutcome>{SetOutcome(10, ReasonCode::ConnectionLost)});
-    EXPECT_EQ(f.client.outstanding(), 0u);
-    EXPECT_EQ(f.client.getSession(), nullptr);
-    EXPECT_EQ(f.client.getRetryDelay(), 100ms);
-
-    // Without a connection, requests are answered on the next tick.
-    auto away = std::make_shared<RecordingReceiver<GetOutcome>>();
-    f.client.requestChannel(10, away);
-    f.client.tick();
-    EXPECT_EQ(away->received(), std::vector<GetOutcome>{GetOutcome(10, ReasonCode::NotConnected)});
-    EXPECT_EQ(f.client.blockingSet(10, {0x01}, 1000ms), SetOutcome(10, ReasonCode::NotConnected));
-
-    f.device.channels[10] = {0x07};
-    f.device.restart();
-    ASSERT_TRUE(f.device.listening());
-    f.clock->advance(99ms);
-    f.client.tick();
-    EXPECT_EQ(f.client.getState(), ReconnectingClient::WaitingToReconnect);  // not yet due
-    f.clock->advance(1ms);
-    ASSERT_TRUE(f.until([&] { return values->received().back().getData() == Bytes{0x07}; }));
-    EXPECT_EQ(f.device.connections(), 2u);
-    EXPECT_EQ(f.device.peer()->opcodes(), (Codes{9, 3, 4}));
-    f.device.peer()->push(11);
-    ASSERT_TRUE(f.until([&] { return pushed->count() == 2; }));
-    EXPECT_EQ(f.states->received(),
-              (States{ReconnectingClient::Connecting, ReconnectingClient::LoggingIn,
-                      ReconnectingClient::Ready, ReconnectingClient::WaitingToReconnect,
-                      ReconnectingClient::Connecting, ReconnectingClient::LoggingIn,
-                      ReconnectingClient::Ready}));
-
-    // Only removing a channel's last receiver unsubscribes on the device.
-    f.client.removeSubscription(10, values);
-    f.client.removeSubscription(12, values);  // never subscribed
-    f.client.removePushSubscription(11, pushed);
-    ASSERT_TRUE(f.until([&] { return f.device.peer()->received.size() == 4; }));
-    f.client.removeSubscription(10, also);
-    ASSERT_TRUE(f.until([&] { return f.device.peer()->received.size() == 5; }));
-    EXPECT_EQ(f.device.peer()->opcodes(), (Codes{9, 3, 4, 4, 3}));
-}
-
-TEST(ReconnectingClient, BacksOffExponentiallyUpToTheMaximumAndStartsOverAfterALastingLogin) {
-    Fixture f;
-    f.device.stop();  // nothing listens: every connect is refused
-    f.client.setBackOff(100ms, 1000ms);
-    f.client.start();
-    for (const auto delay : {100ms, 200ms, 400ms, 800ms, 1000ms, 1000ms}) {
-        ASSERT_TRUE(
-            f.until([&] { return f.client.getState() == ReconnectingClient::WaitingToReconnect; }));
-        EXPECT_EQ(f.client.getRetryDelay(), delay);
-        EXPECT_EQ(f.client.getTimeUntilDue(), delay);
-        const int attempts = f.count(ReconnectingClient::Connecting);
-        f.clock->advance(delay - 1ms);
-        f.client.tick();
-        EXPECT_EQ(f.count(ReconnectingClient::Connecting), attempts);
-        EXPECT_EQ(f.client.getPollDescriptor().fd, -1);
-        const auto before = f.clock->waited;
-        EXPECT_TRUE(f.client.waitForActivity(5000ms));  // the attempt is due first
-        EXPECT_EQ(f.clock->waited - before, 1ms);
-        f.client.tick();
-        EXPECT_EQ(f.count(ReconnectingClient::Connecting), attempts + 1);
+TEST_P(ReconnectingScenario, ReportsTheseOutcomesAndMakesTheseConnections) {
+    Rig r;
+    GetParam().steps(r);
+    std::string log;
+    for (const std::string& entry : r.log) {
+        log += (log.empty() ? "" : ", ") + entry;
     }
-    EXPECT_EQ(f.client.getFailedAttempts(), 6u);
-
-    f.device.restart();
-    ASSERT_TRUE(
-        f.until([&] { return f.client.getState() == ReconnectingClient::WaitingToReconnect; }));
-    f.clock->advance(f.client.getRetryDelay());
-    ASSERT_TRUE(f.until([&] { return f.client.getState() == ReconnectingClient::Ready; }));
-    EXPECT_EQ(f.client.getTimeUntilDue(), std::chrono::milliseconds::max());
-    f.clock->advance(1000ms);  // up for the longest back-off: a success
-    f.device.stop();
-    ASSERT_TRUE(
-        f.until([&] { return f.client.getState() == ReconnectingClient::WaitingToReconnect; }));
-    EXPECT_EQ(f.client.getRetryDelay(), 100ms);
+    EXPECT_EQ(log, GetParam().log);
+    EXPECT_EQ(r.connections(), GetParam().connections);
 }
 
-TEST(ReconnectingClient, GivesUpOnUnansweredAndRefusedLoginsAndAnswersWhatWaited) {
-    Fixture f;
-    f.device.handlers[9] = [](const Message&) {};  // logins go unanswered
-    f.client.setAttemptTimeout(2000ms);
-    f.client.start();
-    ASSERT_TRUE(f.until([&] {
-        return f.client.getState() == ReconnectingClient::LoggingIn && f.device.peer() &&
-               f.device.peer()->received.size() == 1;
-    }));
-    auto got = std::make_shared<RecordingReceiver<GetOutcome>>();
-    f.client.requestChannel(10, got);  // held until a login that never comes
-    f.clock->advance(1999ms);
-    f.client.tick();
-    EXPECT_EQ(f.client.getState(), ReconnectingClient::LoggingIn);
-    f.clock->advance(1ms);
-    f.client.tick();
-    EXPECT_EQ(f.client.getState(), ReconnectingClient::WaitingToReconnect);
-    EXPECT_EQ(got->received(), std::vector<GetOutcome>{GetOutcome(10, ReasonCode::ConnectionLost)});
-
-    f.device.handlers.clear();
-    f.device.loginResult = 0;  // refused
-    f.clock->advance(f.client.getRetryDelay());
-    ASSERT_TRUE(f.until([&] { return f.client.getFailedAttempts() == 2; }));
-    EXPECT_EQ(f.client.getState(), ReconnectingClient::WaitingToReconnect);
-    EXPECT_EQ(f.logins->received().back().getState(), LoginOutcome::Failure);
-
-    // stop() answers what waits and makes no further attempts.
-    auto set = std::make_shared<RecordingReceiver<SetOutcome>>();
-    f.client.setChannel(10, {0x01}, set);
-    f.client.stop();
-    EXPECT_EQ(set->received(), std::vector<SetOutcome>{SetOutcome(10, ReasonCode::NotConnected)});
-    EXPECT_EQ(f.client.getState(), ReconnectingClient::Stopped);
-    f.clock->advance(10000ms);
-    f.client.tick();
-    EXPECT_EQ(f.client.getState(), ReconnectingClient::Stopped);
-    EXPECT_FALSE(f.client.waitUntilReady(1000ms));
-
-    // Credentials that no login request can carry: stopped, not retried.
-    f.device.loginResult = 1;
-    ReconnectingClient unusable("127.0.0.1", f.device.port(), std::string(256, 'u'), "p", f.clock);
-    unusable.setBackOff(1ms, std::chrono::milliseconds::max());
-    unusable.start();
-    ASSERT_TRUE(eventually([&] {
-        unusable.tick();
-        f.device.serve();
-        return unusable.getState() == ReconnectingClient::Stopped;
-    }));
-}
-
-TEST(ReconnectingClient, TimedCallsAnswerOrGiveUpWithinTheirTimeLeavingNothingBehind) {
-    Fixture f;
-    f.client.start();
-    f.clock->onWait = [&] { f.device.serve(); };
-    f.clock->pollLimit = 5000ms;  // ends as soon as the answer is there
-    ASSERT_TRUE(f.client.waitUntilReady(5000ms));
-    EXPECT_EQ(f.client.blockingGet(10, 5000ms)->getData(), Bytes{0x01});
-    EXPECT_EQ(f.client.blockingSet(10, {0x09}, 5000ms), SetOutcome(10, 255));
-
-    Fixture::silence(f.device, GetRequest::Code);
-    Fixture::silence(f.device, SetRequest::Code);
-    f.clock->pollLimit = 0ms;
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_FALSE(f.client.blockingGet(11, 1000ms).has_value());
-        EXPECT_FALSE(f.client.blockingSet(11, {0x01}, 1000ms).has_value());
-    }
-    EXPECT_EQ(f.client.outstanding(), 0u);
-
-    // The client's own wait: the silent socket, up to the timeout.
-    const auto before = f.clock->waited;
-    EXPECT_FALSE(f.client.waitForActivity(3000ms));
-    EXPECT_EQ(f.clock->waited - before, 3000ms);
-    EXPECT_EQ(f.client.getPollDescriptor().fd, f.client.getSession()->getPollDescriptor().fd);
-    EXPECT_GE(f.client.getPollDescriptor().fd, 0);
-}
-
-TEST(ReconnectingClient, AReceiverMayStopTheClientWhileItIsBeingTicked) {
-    Fixture f;
-    auto got = std::make_shared<RecordingReceiver<GetOutcome>>();
-    f.client.addSubscription(10, makeReceiver<GetOutcome>([&](const GetOutcome&) {
-                                 f.client.requestChannel(11, got);
-                                 f.client.stop();
-                             }));
-    f.client.addStateReceiver(
-        makeReceiver<ReconnectingClient::State>([&](ReconnectingClient::State state) {
-            if (state == ReconnectingClient::Ready) {
-                f.client.addSubscription(11, got);  // registering from a state report
-            }
-        }));
-    f.client.start();
-    ASSERT_TRUE(f.until([&] { return f.client.getState() == ReconnectingClient::Stopped; }));
-    EXPECT_EQ(got->received().back(), GetOutcome(11, ReasonCode::ConnectionLost));
-    EXPECT_EQ(f.client.getSession(), nullptr);
-}
+INSTANTIATE_TEST_SUITE_P(Table, ReconnectingScenario, testing::ValuesIn(scenarios),
+                         [](const auto& info) { return std::string(info.param.name); });
