@@ -10,11 +10,13 @@ set -uo pipefail
 
 scenario=$1 chanlink=$2 device=$3 helper=$4 reader=$5 lua=$6
 work=$(mktemp -d)
-background=()
+background=() stopped=()
 cleanup() {
-    # A stopped device takes its SIGTERM once continued.
+    # A stopped device takes its SIGTERM once continued. Only that one gets
+    # SIGCONT: it would discard the SIGSTOP with which LeakSanitizer, in
+    # sanitizer builds, stops a program that is ending, and hang it.
     kill -TERM "${background[@]}" 2>/dev/null
-    kill -CONT "${background[@]}" 2>/dev/null
+    kill -CONT "${stopped[@]}" 2>/dev/null
     wait "${background[@]}" 2>/dev/null
     rm -rf "$work"
 }
@@ -140,6 +142,7 @@ cli.timeout)
     start_device
     cli get
     expect "usage error" "2 chanlink: ID is required (see chanlink --help)" "$RC $ERR"
+    stopped+=("$device_pid")
     kill -STOP "$device_pid"  # connections are accepted by the kernel, never answered
     cli get 1 --timeout 300ms
     expect "timeout" "5 chanlink: no answer to the login within 300ms" "$RC $ERR"
