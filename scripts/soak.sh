@@ -20,34 +20,18 @@ scripts/require-packages.sh cmake ninja-build g++ libgtest-dev libgmock-dev libc
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset" -j "$(nproc)" --target chanlink-device chanlink_soak
 
-work="$build/soak"
-rm -rf "$work" && mkdir -p "$work"
+# From here on every status is checked where it matters.
+set +e
+device=$build/tools/chanlink-device/chanlink-device scenario=soak
+source tests/tools/harness.sh
 for ((i = 0; i < clients * per_client; ++i)); do
     echo "$((first + i)) 4 - rw -"
 done >"$work/channels.txt"
-mkfifo "$work/out"
-"$build/tools/chanlink-device/chanlink-device" --port 0 --host 127.0.0.1 \
-    --max-clients "$clients" --channels "$work/channels.txt" >"$work/out" 2>"$work/device.log" &
-device=$!
-trap 'kill -KILL $device 2>/dev/null || true' EXIT
-exec {out}<>"$work/out"
-if ! read -r -t 10 -u "$out" line || [[ ! $line =~ ^port\ ([0-9]+)$ ]]; then
-    echo "soak: the device did not start:" >&2
-    cat "$work/device.log" >&2
-    exit 1
-fi
-
-status=0
-timeout -k 10 $((seconds + 60)) "$build/tests/chanlink_soak" "${BASH_REMATCH[1]}" "$clients" \
-    "$seconds" "$first" "$per_client" "$device" "${CHANLINK_SOAK_RSS_LIMIT_KB:-2048}" || status=1
-# The device must still be there, have dropped no one, and stop cleanly.
-kill -TERM "$device" && timeout 10 tail --pid="$device" -f /dev/null && wait "$device" || {
-    echo "soak: FAILED: the device died or did not stop cleanly; its log ends:" >&2
-    tail -n 20 "$work/device.log" >&2
-    status=1
-}
-if grep -q dropped "$work/device.log"; then
-    echo "soak: FAILED: the device dropped connections; see $work/device.log" >&2
-    status=1
-fi
+start_device --max-clients "$clients" --channels "$work/channels.txt"
+timeout -k 10 $((seconds + 60)) "$build/tests/chanlink_soak" "$PORT" "$clients" "$seconds" \
+    "$first" "$per_client" "$device_pid" "${CHANLINK_SOAK_RSS_LIMIT_KB:-2048}"
+status=$?
+# The device must still be there, stop cleanly and have dropped no one.
+stop_device TERM
+! grep -q dropped "$work/device.err" || fail "the device dropped connections"
 exit "$status"

@@ -25,22 +25,13 @@ std::uint32_t be(const Bytes& b, std::size_t at, int width) {
     return value;
 }
 
-// Whether the Internet checksum over [from, to), plus extra, is right.
-bool checksumRight(const Bytes& b, std::size_t from, std::size_t to, std::uint32_t extra = 0) {
-    for (std::size_t i = from; i < to; i += 2) {
-        extra += b[i] << 8 | (i + 1 < to ? b[i + 1] : 0);
-    }
-    while (extra >> 16) {
-        extra = (extra & 0xFFFF) + (extra >> 16);
-    }
-    return extra == 0xFFFF;
-}
-
 }  // namespace
 
 // A connection without a socket, recorded through the wrapper from the write
 // that connects it: one run of bytes each way, then the end. Every record
-// must be a valid IPv4/TCP packet continuing its direction's sequence numbers.
+// must be an IPv4/TCP packet continuing its direction's sequence numbers
+// (that Wireshark finds the checksums right is tools_integration.sh's,
+// scenario capture.tools).
 TEST(Capture, PcapLayoutOfOneConnection) {
     const std::string path = testing::TempDir() + "capture_layout.pcap";
     std::string error;
@@ -79,10 +70,7 @@ TEST(Capture, PcapLayoutOfOneConnection) {
         // Version 4, the length, TCP, 127.0.0.1 to 127.0.0.1.
         EXPECT_EQ(std::make_tuple(int{p[0]}, be(p, 2, 2), int{p[9]}),
                   std::make_tuple(0x45, length, 6));
-        EXPECT_TRUE(checksumRight(p, 0, 20));
         EXPECT_EQ(hex(Bytes(p.begin() + 12, p.begin() + 20)), "7F 00 00 01 7F 00 00 01");
-        // The TCP checksum covers both addresses (7F00 0001 twice), the protocol and the length.
-        EXPECT_TRUE(checksumRight(p, 20, length, 0xFE02 + 6 + (length - 20)));
 
         const bool fromClient = be(p, 20, 2) == 49152;
         EXPECT_EQ(be(p, 20, 2) + be(p, 22, 2), 49152u + 7300u);
@@ -103,7 +91,9 @@ TEST(Capture, PcapLayoutOfOneConnection) {
     EXPECT_EQ(at, file.size());
 }
 
-// What a capture shows of the client's bytes, given in pieces.
+// What a capture shows of the client's bytes, given in pieces (that every
+// whole login decodes masked, stuffed or not, however cut, is the
+// login_redaction fuzz target's).
 TEST(Capture, LoginPasswordsAreMasked) {
     const std::string login = "FF 0A 00 00 00 09 09 07 02 03 61 62 78 79 7A FE";
     const std::string masked = "FF 0A 00 00 00 09 09 07 02 03 61 62 2A 2A 2A FE";
@@ -115,8 +105,6 @@ TEST(Capture, LoginPasswordsAreMasked) {
          "01 FF 03 00 00 00 00 00 00 FE " + masked},
         // Only a length, no payload: no secret either.
         {"FF 01 00 00 00 FE", "FF 01 00 00 00 FE"},
-        // The stuffed password byte FF (FD 02) becomes one '*'.
-        {"FF 07 00 00 00 09 09 07 00 02 FD 02 41 FE", "FF 07 00 00 00 09 09 07 00 02 2A 2A FE"},
         // A login cut off by a new frame, and one unfinished at the end.
         {cut + " " + login + "|" + cut, stars + " " + masked + " " + stars},
     };

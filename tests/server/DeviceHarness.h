@@ -12,11 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "chanlink/messages/GetRequest.h"
-#include "chanlink/messages/LoginRequest.h"
-#include "chanlink/server/DeviceEvent.h"
-#include "chanlink/server/DeviceServer.h"
-#include "chanlink/server/MemoryChannelStore.h"
+#include "chanlink/chanlink.h"
 #include "support/Eventually.h"
 #include "support/RawClient.h"
 #include "support/RecordingReceiver.h"
@@ -33,7 +29,7 @@ class DeviceHarness {
 public:
     // Channel 1: 4 bytes, writable, 00 00 00 00; channel 2: 1 byte,
     // read-only, 10. Account admin / secret.
-    explicit DeviceHarness(std::size_t maxLoggedIn = 4, const std::string& host = "127.0.0.1")
+    explicit DeviceHarness(std::size_t maxLoggedIn = 4)
         : store(std::make_shared<MemoryChannelStore>()),
           events(std::make_shared<RecordingReceiver<DeviceEvent>>()) {
         store->addChannel(1, {0, 0, 0, 0}, false, "setpoint");
@@ -41,18 +37,18 @@ public:
         settings.username = "admin";
         settings.password = "secret";
         settings.maxLoggedIn = maxLoggedIn;
-        start(host);
+        start();
     }
 
-    void start(const std::string& host = "127.0.0.1") {
+    void start() {
         server = std::make_unique<DeviceServer>(store, settings);
         server->setEventReceiver(events);
-        server->listen("0", host);
+        server->listen("0", "127.0.0.1");
     }
 
     // A client the server has accepted, or an empty pointer.
-    std::unique_ptr<RawClient> connect(const std::string& host = "127.0.0.1") {
-        auto client = std::make_unique<RawClient>(host, server->getListeningService());
+    std::unique_ptr<RawClient> connect() {
+        auto client = std::make_unique<RawClient>("127.0.0.1", server->getListeningService());
         const std::size_t before = opened();
         if (!pumpUntil([&] { return client->connected() && opened() > before; }, {client.get()})) {
             return nullptr;

@@ -3,15 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "DeviceHarness.h"
-#include "chanlink/messages/ErrorResponse.h"
-#include "chanlink/messages/GetResponse.h"
-#include "chanlink/messages/LogPushRequest.h"
-#include "chanlink/messages/ReasonCode.h"
-#include "chanlink/messages/SetRequest.h"
-#include "chanlink/messages/SetResponse.h"
-#include "chanlink/messages/SubscriptionRequest.h"
-#include "chanlink/messages/SubscriptionResponse.h"
-#include "chanlink/messages/UnsubscriptionRequest.h"
+#include "chanlink/chanlink.h"
 
 using testing_support::DeviceHarness;
 using testing_support::payloadHex;
@@ -34,30 +26,23 @@ std::string values(const std::vector<std::pair<unsigned int, std::vector<unsigne
 
 }  // namespace
 
+// Before a login, every request is refused (that a refused login changes
+// nothing is the device_connection fuzz target's).
 TEST(DeviceRules, RequestsBeforeLoginAreRefusedAsNotLoggedIn) {
     DeviceHarness device;
     auto client = device.connect();
     ASSERT_TRUE(client);
-
-    EXPECT_EQ(
-        device.exchange(*client, GetRequest::newInstance({1, 99}), 2),
-        (Strings{error(0, ReasonCode::NotLoggedIn, 1), error(0, ReasonCode::NotLoggedIn, 99)}));
-    EXPECT_EQ(device.exchange(*client, SetRequest::newInstance(1, {1, 2, 3, 4}), 1),
-              Strings{error(2, ReasonCode::NotLoggedIn, 1)});
-    EXPECT_EQ(device.exchange(*client, SubscriptionRequest::newInstance({1}), 1),
-              Strings{error(3, ReasonCode::NotLoggedIn)});
-    EXPECT_EQ(device.exchange(*client, LogPushRequest::newInstance(true), 1),
-              Strings{error(4, ReasonCode::NotLoggedIn)});
-    EXPECT_EQ(device.store->getValue(1)->getData(), (std::vector<unsigned char>{0, 0, 0, 0}));
-
-    // A refused login leaves the connection as it was: still refused.
-    EXPECT_EQ(device.login(*client, "admin", "wrong"), "0F 00");
-    EXPECT_EQ(device.login(*client, "root", "secret"), "0F 00");
-    EXPECT_EQ(device.exchange(*client, GetRequest::newInstance({2}), 1),
-              Strings{error(0, ReasonCode::NotLoggedIn, 2)});
-    EXPECT_EQ(device.login(*client), "0F 01");
-    EXPECT_EQ(device.exchange(*client, GetRequest::newInstance({2})),
-              Strings{values({{2, {0x10}}})});
+    const std::pair<std::shared_ptr<const Message>, Strings> rows[] = {
+        {GetRequest::newInstance({1, 99}),
+         {error(0, ReasonCode::NotLoggedIn, 1), error(0, ReasonCode::NotLoggedIn, 99)}},
+        {SetRequest::newInstance(1, {1, 2, 3, 4}), {error(2, ReasonCode::NotLoggedIn, 1)}},
+        {SubscriptionRequest::newInstance({1}), {error(3, ReasonCode::NotLoggedIn)}},
+        {LogPushRequest::newInstance(true), {error(4, ReasonCode::NotLoggedIn)}},
+        {LoginRequest::newInstance("root", "secret"), {"0F 00"}},  // only admin's password
+    };
+    for (const auto& [request, answers] : rows) {
+        EXPECT_EQ(device.exchange(*client, request, answers.size()), answers);
+    }
 }
 
 TEST(DeviceRules, GetsAndSetsAreAnsweredByTheirRules) {
@@ -105,7 +90,7 @@ TEST(DeviceRules, EveryOpcode3RequestSubscribesIdempotentlyAndPushesCurrentValue
               (Strings{payloadHex(SetResponse::newInstance(1)), values({{1, {5, 5, 5, 5}}})}));
 }
 
-TEST(DeviceRules, LogPushSendsEveryChangeWhileOn) {
+TEST(DeviceRules, LogPushSendsEveryChangeWhileOnAndALoginEndsItAndSubscriptions) {
     DeviceHarness device;
     auto client = device.loggedIn();
     ASSERT_TRUE(client);
@@ -125,15 +110,8 @@ TEST(DeviceRules, LogPushSendsEveryChangeWhileOn) {
     device.store->update(2, {0x02});
     device.store->update(1, {3, 0, 0, 0});
     EXPECT_EQ(device.exchange(*client, nullptr), Strings{values({{1, {3, 0, 0, 0}}})});
-}
 
-TEST(DeviceRules, ALoginEndsSubscriptionsAndLogPush) {
-    DeviceHarness device;
-    auto client = device.loggedIn();
-    ASSERT_TRUE(client);
-    ASSERT_EQ(device.exchange(*client, SubscriptionRequest::newInstance({1})).size(), 2u);
     device.exchange(*client, LogPushRequest::newInstance(true));
-
     ASSERT_EQ(device.login(*client), "0F 01");
     device.store->update(1, {7, 0, 0, 0});
     device.store->update(2, {0x07});
@@ -148,9 +126,13 @@ TEST(DeviceRules, LoginsBeyondTheLimitAreRefusedUntilASlotIsFree) {
     ASSERT_TRUE(first && second && third);
 
     EXPECT_EQ(device.login(*first), "0F 01");
+    EXPECT_EQ(device.events->received().back().describe(), "connection 1: logged in as admin");
     EXPECT_EQ(device.login(*second), "0F 01");
     EXPECT_EQ(device.login(*third), "0F 02");
-    EXPECT_EQ(device.login(*third, "admin", "bad"), "0F 00");  // credentials come first
+    // Credentials come first; a name from the wire is logged escaped.
+    EXPECT_EQ(device.login(*third, "a d\nmin~\x7F\\", "bad"), "0F 00");
+    EXPECT_EQ(device.events->received().back().describe(),
+              "connection 3: login refused (wrong credentials) for a d\\x0Amin~\\x7F\\x5C");
     // A logged-in connection logging in again keeps its place.
     EXPECT_EQ(device.login(*second), "0F 01");
     EXPECT_EQ(device.server->loggedInCount(), 2u);

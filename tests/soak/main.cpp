@@ -10,6 +10,7 @@
 #include <chanlink/chanlink.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -19,27 +20,24 @@ namespace {
 
 long residentKb(const std::string& pid) {
     std::ifstream status("/proc/" + pid + "/status");
-    for (std::string key; status >> key;) {
-        if (key == "VmRSS:") {
-            long kb = -1;
-            status >> kb;
-            return kb;
-        }
+    std::string key;
+    while (status >> key && key != "VmRSS:") {
     }
-    return -1;
+    long kb = -1;  // stays so when the process or the line is missing
+    status >> kb;
+    return kb;
 }
 
 struct Client {
     std::shared_ptr<TCPClientTransport> transport;
     std::shared_ptr<ClientSession> session;
     std::vector<unsigned int> channels;
-    std::size_t round = 0;
-    unsigned int channel = 0, previousChannel = 0;
-    std::vector<unsigned char> value, previous;
-    // How often the subscription showed the value set and the one before:
-    // twice each, as the device's push and as the read-back.
-    int seen = 0, seenPrevious = 0;
-    bool busy = false, finishing = false;
+    unsigned int channel = 0;
+    std::vector<unsigned char> value;
+    // How often the subscription showed value: twice, as the device's push
+    // and as the read-back, the second maybe a tick after the read-back.
+    int seen = 0;
+    bool busy = false;  // the set or its read-back is under way
     unsigned long long sets = 0, done = 0;
     std::string failure;
 
@@ -49,30 +47,29 @@ struct Client {
         }
     }
 
-    // One round: set, then read back once the set is acknowledged.
+    bool roundOver() const { return !busy && (sets == 0 || seen >= 2); }
+    void check() {
+        if (!busy && sets > 0 && seen != 2) {
+            fail("the subscription showed the value " + std::to_string(seen) + " times");
+        }
+    }
+    // After checking the round before: sets a new value, and reads it back
+    // once the set is acknowledged.
     void next() {
-        busy = !finishing && failure.empty();
+        check();
+        busy = failure.empty();
         if (!busy) {
             return;
         }
-        previousChannel = channel;
-        previous = value;
-        seenPrevious = seen;
         seen = 0;
-        channel = channels[round % channels.size()];
-        const auto n = static_cast<unsigned int>(++round);
+        channel = channels[sets % channels.size()];
+        const auto n = static_cast<unsigned int>(++sets);
         value = {static_cast<unsigned char>(n), static_cast<unsigned char>(n >> 8),
                  static_cast<unsigned char>(n >> 16), static_cast<unsigned char>(channel)};
-        ++sets;
         session->setChannel(channel, value, makeReceiver<SetOutcome>([this](const SetOutcome& s) {
                                 if (!s.getSuccess() || s.getChannelId() != channel) {
                                     return fail(std::string("set refused: ") +
                                                 ReasonCode::describe(s.getReasonCode()));
-                                }
-                                // Everything about the round before has been delivered by now.
-                                if (round > 1 && seenPrevious != 2) {
-                                    return fail("the subscription showed the value before " +
-                                                std::to_string(seenPrevious) + " times");
                                 }
                                 session->requestChannel(
                                     channel, makeReceiver<GetOutcome>([this](const GetOutcome& g) {
@@ -80,17 +77,9 @@ struct Client {
                                             return fail("read back another value");
                                         }
                                         ++done;
-                                        next();
+                                        busy = false;
                                     }));
                             }));
-    }
-
-    void pushed(const GetOutcome& outcome) {
-        if (outcome.getChannelId() == channel && outcome.getData() == value) {
-            ++seen;
-        } else if (outcome.getChannelId() == previousChannel && outcome.getData() == previous) {
-            ++seenPrevious;
-        }
     }
 };
 
@@ -109,27 +98,20 @@ int main(int argc, char** argv) {
     std::vector<Client> clients(count);
     for (unsigned long i = 0; i < count; ++i) {
         Client& c = clients[i];
-        for (unsigned long j = 0; j < perClient; ++j) {
-            c.channels.push_back(static_cast<unsigned int>(first + i * perClient + j));
-        }
         c.transport = std::make_shared<TCPClientTransport>("127.0.0.1", port, nullptr);
         c.session = ClientSessionBuilder()
                         .setTransport(c.transport)
                         .setUsername("admin")
                         .setPassword("secret")
                         .build();
-        c.session->addLoginOutcomeReceiver(makeReceiver<LoginOutcome>([&c](const LoginOutcome& o) {
-            if (o.loggedIn() && !c.busy) {
-                c.next();
-            } else if (!o.loggedIn() && !o.loginPending()) {
-                c.fail("login refused");
-            }
-        }));
         c.session->addErrorResponseReceiver(
             makeReceiver<ErrorResponse>([&c](const ErrorResponse&) { c.fail("error response"); }));
-        auto pushed = makeReceiver<GetOutcome>([&c](const GetOutcome& o) { c.pushed(o); });
-        for (unsigned int id : c.channels) {
-            c.session->addSubscription(id, pushed);
+        auto pushed = makeReceiver<GetOutcome>([&c](const GetOutcome& o) {
+            c.seen += o.getChannelId() == c.channel && o.getData() == c.value;
+        });
+        for (unsigned long j = 0; j < perClient; ++j) {
+            c.channels.push_back(static_cast<unsigned int>(first + i * perClient + j));
+            c.session->addSubscription(c.channels.back(), pushed);
         }
         c.transport->connect();
         c.session->initiateLogin();
@@ -138,13 +120,18 @@ int main(int argc, char** argv) {
     // Every client ticks when its socket has work (or has none yet).
     SessionWaiter waiter;
     std::vector<pollfd> fds(count, pollfd{-1, 0, 0});
+    bool finishing = false;
     const auto tick = [&] {
         for (unsigned long i = 0; i < count; ++i) {
+            Client& c = clients[i];
             if (fds[i].fd < 0 || fds[i].revents != 0) {
-                clients[i].session->tick();
+                c.session->tick();
             }
-            if (clients[i].transport->state() >= ConnectionOutcome::ConnectionFailed) {
-                clients[i].fail("connection lost");
+            if (c.transport->state() >= ConnectionOutcome::ConnectionFailed) {
+                c.fail("connection lost");
+            } else if (!finishing && c.failure.empty() && c.roundOver() &&
+                       c.session->getLoginState().loggedIn()) {
+                c.next();
             }
         }
     };
@@ -156,52 +143,37 @@ int main(int argc, char** argv) {
                static_cast<int>(std::min<long long>(remaining.count(), 20)));
     };
     const auto failed = [&] {
-        for (const Client& c : clients) {
-            if (!c.failure.empty()) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(clients.begin(), clients.end(),
+                           [](const Client& c) { return !c.failure.empty(); });
     };
     const unsigned long warmup = seconds >= 20 ? 5 : seconds / 4;
     waiter.run(tick, wait, failed, std::chrono::seconds(warmup));
     const long clientStart = residentKb("self"), deviceStart = residentKb(devicePid);
     waiter.run(tick, wait, failed, std::chrono::seconds(seconds - warmup));
-    for (Client& c : clients) {
-        c.finishing = true;
-    }
-    const bool settled = waiter.run(
-                             tick, wait,
-                             [&] {
-                                 for (const Client& c : clients) {
-                                     // The read-back of the last round may still be on its way: a
-                                     // get is answered by the device's push as well.
-                                     if ((c.busy || c.seen != 2) && c.failure.empty()) {
-                                         return false;
-                                     }
-                                 }
-                                 return true;
-                             },
-                             std::chrono::seconds(10)) == SessionWaiter::Result::Done;
+    finishing = true;  // the last round may still be under way
+    const auto settled = [&] {
+        return std::all_of(clients.begin(), clients.end(),
+                           [](const Client& c) { return c.roundOver() || !c.failure.empty(); });
+    };
+    const bool ended =
+        waiter.run(tick, wait, settled, std::chrono::seconds(10)) == SessionWaiter::Result::Done;
     const long clientEnd = residentKb("self"), deviceEnd = residentKb(devicePid);
 
     unsigned long long sets = 0, done = 0;
-    std::string failure = settled ? "" : "rounds still under way 10 s after the end";
-    for (const Client& c : clients) {
+    std::string failure;
+    for (Client& c : clients) {
+        c.check();
         sets += c.sets;
         done += c.done;
         failure = failure.empty() ? c.failure : failure;
-        if (failure.empty() && c.seen != 2) {
-            failure = "the last value set was shown " + std::to_string(c.seen) + " times";
-        }
+    }
+    if (failure.empty() && (!ended || done == 0)) {
+        failure = ended ? "no set went through" : "rounds still under way 10 s after the end";
     }
     std::printf(
-        "soak: %llu sets, %llu acknowledged, read back and pushed; RSS clients %ld -> %ld "
-        "kB, device %ld -> %ld kB (limit %+ld kB)\n",
+        "soak: %llu sets, %llu acknowledged, read back and pushed; RSS clients %ld -> %ld kB, "
+        "device %ld -> %ld kB (limit %+ld kB)\n",
         sets, done, clientStart, clientEnd, deviceStart, deviceEnd, limitKb);
-    if (failure.empty() && (done == 0 || done != sets)) {
-        failure = "not every set went through";
-    }
     if (failure.empty() && (clientEnd - clientStart > limitKb || deviceStart < 0 || deviceEnd < 0 ||
                             deviceEnd - deviceStart > limitKb)) {
         failure = "memory grew beyond the limit (or the device is gone)";

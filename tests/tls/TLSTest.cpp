@@ -7,10 +7,7 @@
 
 #include <cstdlib>
 
-#include "chanlink/client/ClientSessionBuilder.h"
-#include "chanlink/client/ReconnectingClient.h"
-#include "chanlink/server/DeviceServer.h"
-#include "chanlink/server/MemoryChannelStore.h"
+#include "chanlink/chanlink.h"
 #include "chanlink/tls.h"
 #include "support/Eventually.h"
 #include "support/ManualClock.h"
@@ -78,19 +75,12 @@ protected:
                       .setPassword("secret")
                       .build();
         session->initiateLogin();
-        pumpUntil([&] {
+        eventually([&] {
+            server->poll(std::chrono::milliseconds(0));
+            session->tick();
             return session->getLoginState().loggedIn() || TransportPoll::of(*transport).ended();
         });
         return session->getLoginState().loggedIn();
-    }
-
-    template <typename Done>
-    bool pumpUntil(Done done) {
-        return eventually([&] {
-            server->poll(std::chrono::milliseconds(0));
-            session->tick();
-            return done();
-        });
     }
 
     std::shared_ptr<MemoryChannelStore> store = std::make_shared<MemoryChannelStore>();
@@ -102,23 +92,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(TLSTest, SessionLogsInGetsSetsAndSubscribesOverTls) {
-    startDevice();
-    ASSERT_TRUE(login(trusting)) << transport->getFailureReason();
-
-    auto set = std::make_shared<RecordingReceiver<SetOutcome>>();
-    auto pushed = std::make_shared<RecordingReceiver<GetOutcome>>();
-    auto got = std::make_shared<RecordingReceiver<GetOutcome>>();
-    session->addSubscription(1, pushed);
-    session->setChannel(1, {1, 2, 3, 4}, set);
-    ASSERT_TRUE(pumpUntil([&] { return set->count() == 1 && pushed->count() >= 2; }));
-    session->requestChannel(1, got);
-    ASSERT_TRUE(pumpUntil([&] { return got->count() == 1; }));
-    EXPECT_TRUE(set->received()[0].getSuccess());
-    EXPECT_EQ(got->received()[0].getData(), (Bytes{1, 2, 3, 4}));
-    EXPECT_EQ(pushed->received().back().getData(), (Bytes{1, 2, 3, 4}));
-}
 
 TEST_F(TLSTest, DeviceIsVerifiedAndClientCertificatesAreRequiredWhenAskedFor) {
     struct Case {
@@ -132,6 +105,7 @@ TEST_F(TLSTest, DeviceIsVerifiedAndClientCertificatesAreRequiredWhenAskedFor) {
         {"device", false, client("otherca.pem"), "verify failed: unable to get local issuer"},
         {"expired", false, client("ca.pem"), "certificate verify failed: certificate has expired"},
         {"device", false, client("ca.pem", "other.example"), "verify failed: hostname mismatch"},
+        {"client", false, client("ca.pem"), "verify failed: IP address mismatch"},
         {"device", true, client("ca.pem", "", "client"), ""},
         {"device", true, client("ca.pem"), "certificate required"},
     };
@@ -148,7 +122,10 @@ TEST_F(TLSTest, DeviceIsVerifiedAndClientCertificatesAreRequiredWhenAskedFor) {
     }
 }
 
-TEST_F(TLSTest, ReconnectingClientComesBackOverTls) {
+// A login, set, get and subscription over TLS, through the reconnecting
+// client's session; and again once the device has restarted, over a new
+// transport from the factory.
+TEST_F(TLSTest, ClientsGetSetSubscribeAndComeBackOverTls) {
     startDevice();
     const std::string port = server->getListeningService();
     std::string error;
@@ -157,6 +134,8 @@ TEST_F(TLSTest, ReconnectingClientComesBackOverTls) {
     auto clock = std::make_shared<testing_support::ManualClock>();
     ReconnectingClient client(factory, "admin", "secret", clock);
     auto values = std::make_shared<RecordingReceiver<GetOutcome>>();
+    auto set = std::make_shared<RecordingReceiver<SetOutcome>>();
+    auto got = std::make_shared<RecordingReceiver<GetOutcome>>();
     client.addSubscription(1, values);
     const auto until = [&](auto condition) {
         return eventually([&] {
@@ -167,13 +146,19 @@ TEST_F(TLSTest, ReconnectingClientComesBackOverTls) {
     };
     client.start();
     ASSERT_TRUE(until([&] { return values->count() == 1; }));
+    client.setChannel(1, {1, 2, 3, 4}, set);
+    client.requestChannel(1, got);
+    ASSERT_TRUE(until([&] { return got->count() == 1 && values->count() == 3; }));
+    EXPECT_TRUE(set->received()[0].getSuccess());
+    EXPECT_EQ(got->received()[0].getData(), (Bytes{1, 2, 3, 4}));
+    EXPECT_EQ(values->received()[1].getData(), (Bytes{1, 2, 3, 4}));  // the push
 
     server = std::make_unique<DeviceServer>(store, settings);  // the device restarts
     ASSERT_TRUE(server->listen(port, "127.0.0.1"));
     ASSERT_TRUE(until([&] { return client.getState() == ReconnectingClient::WaitingToReconnect; }));
     store->update(1, {9, 9, 9, 9});
     clock->advance(client.getRetryDelay());
-    ASSERT_TRUE(until([&] { return values->count() == 2; }));
+    ASSERT_TRUE(until([&] { return values->count() == 4; }));
     EXPECT_EQ(values->received().back().getData(), (Bytes{9, 9, 9, 9}));
 }
 

@@ -1,6 +1,7 @@
 // The command lines of chanlink and chanlink-device, as users write them.
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <sstream>
 
 #include "CliOptions.h"
@@ -68,12 +69,11 @@ void check(const Row& row, const std::string& program,
     std::ostringstream err;
     int exitCode = -1;
     std::string outcome = parse(err, exitCode).value_or(err.str());
-    const std::string prefix = program + ": ";
-    const std::string suffix = " (see " + program + " --help)\n";
-    if (exitCode == 2 && outcome.rfind(prefix, 0) == 0 &&
-        outcome.size() > prefix.size() + suffix.size() &&
-        outcome.compare(outcome.size() - suffix.size(), suffix.size(), suffix) == 0) {
-        outcome = outcome.substr(prefix.size(), outcome.size() - prefix.size() - suffix.size());
+    std::smatch usage;
+    if (exitCode == 2 &&
+        std::regex_match(outcome, usage,
+                         std::regex(program + ": (.+) \\(see " + program + " --help\\)\n"))) {
+        outcome = usage[1];
     }
     EXPECT_EQ(outcome, row.expected) << testing::PrintToString(row.arguments);
 }
@@ -104,7 +104,6 @@ TEST(ToolOptions, ChanlinkCommandLines) {
         {{"set", "1", "0A0"}, "HEXDATA: '0A0' is not hexadecimal byte pairs (e.g. 0A0B)"},
         {{"set", "1", "0:A"}, "HEXDATA: '0:A' is not hexadecimal byte pairs (e.g. 0A0B)"},
         {{"get", "1", "--port", "65536"}, "--port: '65536' is not a port (1 to 65535)"},
-        {{"get", "1", "--port"}, "--port: 1 required PORT missing"},
         {{"get", "1", "--host="}, "--host: '' is not a host name or address"},
         {{"get", "1", "--timeout", "0.0004s"},
          "--timeout: '0.0004s' is not a duration (e.g. 5, 500ms, 2s)"},

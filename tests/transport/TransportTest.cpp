@@ -1,5 +1,5 @@
 // The transports: the loop-back's capacity, and the TCP transports at their
-// sockets (states as reported, bytes both ways, the rule for each error).
+// sockets (states as reported, the rule for each error).
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "chanlink/chanlink.h"
@@ -46,44 +47,33 @@ bool failsNow(Call call, int descriptor) {
     return true;
 }
 
+// The C library's own function, which the definitions below hide.
+template <typename Function>
+Function next(const char* name) {
+    return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
+}
+
 struct StateLog : Receiver<ConnectionOutcome> {
     void receive(const ConnectionOutcome& outcome) override { states.push_back(outcome.state); }
     States states;
 };
 
-std::string readSome(Transport& transport, std::size_t wanted) {
-    std::string received;
-    eventually([&] {
-        char buffer[256];
-        received.append(buffer, static_cast<std::size_t>(transport.read(buffer, sizeof buffer)));
-        return received.size() >= wanted;
-    });
-    return received;
-}
-
 }  // namespace
 
-extern "C" ssize_t recv(int descriptor, void* buffer, size_t length, int flags) {
-    static const auto real =
-        reinterpret_cast<ssize_t (*)(int, void*, size_t, int)>(::dlsym(RTLD_NEXT, "recv"));
-    return failsNow(Recv, descriptor) ? -1 : real(descriptor, buffer, length, flags);
+extern "C" ssize_t recv(int fd, void* buffer, size_t length, int flags) {
+    return failsNow(Recv, fd) ? -1 : next<decltype(&recv)>("recv")(fd, buffer, length, flags);
 }
 
-extern "C" ssize_t send(int descriptor, const void* buffer, size_t length, int flags) {
-    static const auto real =
-        reinterpret_cast<ssize_t (*)(int, const void*, size_t, int)>(::dlsym(RTLD_NEXT, "send"));
-    return failsNow(Send, descriptor) ? -1 : real(descriptor, buffer, length, flags);
+extern "C" ssize_t send(int fd, const void* buffer, size_t length, int flags) {
+    return failsNow(Send, fd) ? -1 : next<decltype(&send)>("send")(fd, buffer, length, flags);
 }
 
-extern "C" int connect(int descriptor, const sockaddr* address, socklen_t length) {
-    static const auto real =
-        reinterpret_cast<int (*)(int, const sockaddr*, socklen_t)>(::dlsym(RTLD_NEXT, "connect"));
-    return failsNow(Connect, descriptor) ? -1 : real(descriptor, address, length);
+extern "C" int connect(int fd, const sockaddr* address, socklen_t length) {
+    return failsNow(Connect, fd) ? -1 : next<decltype(&connect)>("connect")(fd, address, length);
 }
 
-extern "C" int listen(int descriptor, int backlog) {
-    static const auto real = reinterpret_cast<int (*)(int, int)>(::dlsym(RTLD_NEXT, "listen"));
-    return failsNow(Listen, descriptor) ? -1 : real(descriptor, backlog);
+extern "C" int listen(int fd, int backlog) {
+    return failsNow(Listen, fd) ? -1 : next<decltype(&listen)>("listen")(fd, backlog);
 }
 
 TEST(LoopBackTransport, TakesUpToItsCapacityAndGivesBackInOrder) {
@@ -116,10 +106,8 @@ TEST(TCPServerTransportBuilder, ServesIPv4AndIPv6ClientsBothWays) {
         auto clientLog = std::make_shared<StateLog>();
         TcpPair c(host, clientLog);
         ASSERT_TRUE(c.server) << host;
-        EXPECT_NE(std::stoi(c.listener.getListeningService()), 0);
         EXPECT_EQ(c.listener.accept(0, 0), nullptr);  // nothing pending: null at once
         EXPECT_EQ(c.server->state(), ConnectionOutcome::Connected);
-        EXPECT_GT(c.server->getSocket(), 0);
         EXPECT_EQ(TransportPoll::of(*c.server).entry(false).events, POLLIN);
         // Each change reported once, ending in Connected; connecting again
         // while connected makes no new attempt and no report.
@@ -129,11 +117,6 @@ TEST(TCPServerTransportBuilder, ServesIPv4AndIPv6ClientsBothWays) {
         ASSERT_FALSE(clientLog->states.empty());
         EXPECT_EQ(clientLog->states.back(), ConnectionOutcome::Connected);
         EXPECT_LE(clientLog->states.size(), 2u);
-
-        EXPECT_EQ(c.client->write("ping", 4), 4);
-        EXPECT_EQ(readSome(*c.server, 4), "ping");
-        EXPECT_EQ(c.server->write("pong!", 5), 5);
-        EXPECT_EQ(readSome(*c.client, 5), "pong!");
     }
 }
 
@@ -150,7 +133,9 @@ TEST(TCPClientTransport, AReadOrWriteCompletesAPendingConnectAndMovesBytesInTheS
     EXPECT_EQ(log->states.back(), ConnectionOutcome::Connected);
     std::shared_ptr<TCPTransport> server;
     ASSERT_TRUE(eventually([&] { return (server = listener.accept(0, 1000)) != nullptr; }));
-    EXPECT_EQ(readSome(*server, 1), "x");
+    char buffer[4];
+    ASSERT_TRUE(eventually([&] { return server->read(buffer, sizeof buffer) == 1; }));
+    EXPECT_EQ(buffer[0], 'x');
 
     TCPClientTransport reader("::1", listener.getListeningService(), nullptr);
     reader.connect();
@@ -158,7 +143,6 @@ TEST(TCPClientTransport, AReadOrWriteCompletesAPendingConnectAndMovesBytesInTheS
     server->write("y", 1);
     pollfd readable{reader.getSocket(), POLLIN, 0};
     ASSERT_EQ(::poll(&readable, 1, 5000), 1);
-    char buffer[4];
     EXPECT_EQ(reader.read(buffer, sizeof buffer), 1);
 }
 
@@ -211,31 +195,6 @@ TEST(TCPClientTransport, RefusedAndUnresolvableConnectionsFail) {
     EXPECT_EQ(unresolvable.write(buffer, sizeof buffer), 0);
 }
 
-TEST(TCPTransport, AFullSocketTakesNothingWithoutBlockingAndLosesNothing) {
-    TcpPair c;
-    ASSERT_TRUE(c.server);
-    std::vector<char> sent;
-    std::vector<char> chunk(64 * 1024);
-    for (int last = -1, i = 0; last != 0; ++i) {
-        ASSERT_LT(i, 4096) << "the peer never stopped taking bytes";  // at most 256 MiB
-        for (std::size_t j = 0; j < chunk.size(); ++j) {
-            chunk[j] = static_cast<char>((sent.size() + j) % 251);
-        }
-        last = c.client->write(chunk.data(), static_cast<int>(chunk.size()));
-        sent.insert(sent.end(), chunk.begin(), chunk.begin() + last);
-    }
-    EXPECT_EQ(c.client->state(), ConnectionOutcome::Connected);
-    std::vector<char> received;
-    ASSERT_TRUE(eventually(
-        [&] {
-            char buffer[65536];
-            received.insert(received.end(), buffer, buffer + c.server->read(buffer, sizeof buffer));
-            return received.size() >= sent.size();
-        },
-        std::chrono::milliseconds(20000)));
-    EXPECT_TRUE(received == sent);
-}
-
 TEST(TCPServerTransportBuilder, ASetUpThatFailsSaysWhyAndNeverAccepts) {
     TCPServerTransportBuilder first("0", "");
     const std::string inUse = first.getListeningService();
@@ -258,32 +217,26 @@ TEST(TCPServerTransportBuilder, ASetUpThatFailsSaysWhyAndNeverAccepts) {
     armed[Listen] = -1;
 }
 
+// Nonsense lengths never reach the socket. recv takes EINPROGRESS like
+// EAGAIN and send only EAGAIN: the connection stays; anything else closes it.
 TEST(TCPTransport, RareSocketErrorsFollowTheirOwnRules) {
-    TcpPair c;
-    ASSERT_TRUE(c.server);
-    auto log = std::make_shared<StateLog>();
-    c.server->setReceiver(log);
+    using Closed = bool;
+    const std::tuple<Call, int, Closed> cases[] = {{Recv, EINPROGRESS, false},
+                                                   {Send, EAGAIN, false},
+                                                   {Send, EINPROGRESS, true},
+                                                   {Recv, ECONNRESET, true}};
     char buffer[8];
-    // Nonsense lengths never reach the socket.
-    EXPECT_EQ(c.server->read(buffer, 0), 0);
-    EXPECT_EQ(c.server->read(buffer, -5), 0);
-    EXPECT_EQ(c.server->write(buffer, -5), 0);
-    EXPECT_EQ(c.server->read(nullptr, 8), 0);
-
-    // recv: EINPROGRESS is taken like EAGAIN, the connection stays.
-    failNext(Recv, c.server->getSocket(), EINPROGRESS);
-    EXPECT_EQ(c.server->read(buffer, sizeof buffer), 0);
-    failNext(Send, c.server->getSocket(), EAGAIN);
-    EXPECT_EQ(c.server->write("x", 1), 0);
-    EXPECT_TRUE(log->states.empty());
-    EXPECT_EQ(c.server->state(), ConnectionOutcome::Connected);
-
-    // send: only EAGAIN is harmless; EINPROGRESS closes.
-    failNext(Send, c.server->getSocket(), EINPROGRESS);
-    EXPECT_EQ(c.server->write("x", 1), 0);
-    EXPECT_EQ(log->states, States{ConnectionOutcome::Closed});
-
-    failNext(Recv, c.client->getSocket(), ECONNRESET);
-    EXPECT_EQ(c.client->read(buffer, sizeof buffer), 0);
-    EXPECT_EQ(c.client->state(), ConnectionOutcome::Closed);
+    for (const auto& [call, error, closed] : cases) {
+        TcpPair pair;
+        ASSERT_TRUE(pair.server);
+        auto log = std::make_shared<StateLog>();
+        pair.server->setReceiver(log);
+        for (const int length : {0, -5}) {
+            EXPECT_EQ(pair.server->read(buffer, length) + pair.server->write(buffer, length), 0);
+        }
+        EXPECT_EQ(pair.server->read(nullptr, 8), 0);
+        failNext(call, pair.server->getSocket(), error);
+        EXPECT_EQ(call == Recv ? pair.server->read(buffer, 8) : pair.server->write("x", 1), 0);
+        EXPECT_EQ(log->states, closed ? States{ConnectionOutcome::Closed} : States{}) << error;
+    }
 }
