@@ -35,6 +35,9 @@ std::uint32_t be(const Bytes& b, std::size_t at, int width) {
 TEST(Capture, PcapLayoutOfOneConnection) {
     const std::string path = testing::TempDir() + "capture_layout.pcap";
     std::string error;
+    // A capture that saw no traffic is still a file Wireshark opens: the header alone.
+    ASSERT_TRUE(PcapWriter::open(path, error)) << error;
+    EXPECT_EQ(std::ifstream(path, std::ios::binary | std::ios::ate).tellg(), 24);
     {
         auto file = PcapWriter::open(path, error);
         ASSERT_TRUE(file) << error;

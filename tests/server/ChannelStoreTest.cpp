@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "chanlink/chanlink.h"
 #include "support/RecordingReceiver.h"
 
@@ -28,6 +30,8 @@ TEST(MemoryChannelStore, EveryWriteIsPublished) {
     EXPECT_EQ(changes->received()[2], ChannelValue(2, {}, {8}));
     EXPECT_EQ(*store.getValue(1), ChannelValue(1, {}, {1, 2}));
     EXPECT_EQ(store.channelSize(2), std::optional<std::size_t>(1));
+    EXPECT_EQ(std::make_tuple(store.isReadOnly(1), store.isReadOnly(2), store.isReadOnly(9)),
+              std::make_tuple(false, true, false));
 
     store.removeChangeReceiver(changes);
     store.update(2, {9});

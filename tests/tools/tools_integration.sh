@@ -113,6 +113,7 @@ cli.set)
     expect "set" "0 1 set to 0A0B0C0D" "$RC $OUT"
     wait_for "connection 1: opened from [::1]:"
     cli get 1 99 3
+    wait_for "connection 2: opened from 127.0.0.1:"  # not as a mapped IPv6 address
     expect "read back, one unknown" $'1 1 0A0B0C0D\n3 00' "$RC $OUT"
     expect "unknown get error" "chanlink: get 99 refused: UnknownChannel (no such channel)" "$ERR"
     cli set 5 0000000000000000

@@ -62,6 +62,7 @@ const Decoding decodings[] = {
      0},
     // A frame that lost its end marker swallows the next one: both are lost.
     {"FF 01 00 00 00 0B FF 01 00 00 00 0C FE", {}, 0},
+    {"FF 01 00 00 00 FD 03 FE", {}, 0},      // 3 is the first byte no escape stands for
     {"FF 01 00 00 00 0B FD FE", {"0B"}, 0},  // an escape pending at the end marker is dropped
     {"FE FF 01 00 00 00 0B FE", {"0B"}, 0},  // an end marker before the start is noise
     {"01 02 FE 03", {}, 0},
