@@ -2,6 +2,7 @@
 // sockets (states as reported, the rule for each error).
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -23,14 +24,14 @@ using States = std::vector<ConnectionOutcome::ConnectionStates>;
 
 namespace {
 
-// recv, send, connect and listen as defined below take precedence over the C
+// recv, send, connect, listen and setsockopt as defined below take precedence over the C
 // library's: the next call on an armed descriptor (or any, for AnySocket)
 // fails with the armed errno, for error paths that real sockets do not
 // produce on demand.
-enum Call { Recv, Send, Connect, Listen };
+enum Call { Recv, Send, Connect, Listen, SetOption };
 constexpr int AnySocket = -2;
-std::atomic<int> armed[4] = {-1, -1, -1, -1};
-std::atomic<int> armedError[4];
+std::atomic<int> armed[5] = {-1, -1, -1, -1, -1};
+std::atomic<int> armedError[5];
 
 void failNext(Call call, int descriptor, int error) {
     armedError[call] = error;
@@ -74,6 +75,13 @@ extern "C" int connect(int fd, const sockaddr* address, socklen_t length) {
 
 extern "C" int listen(int fd, int backlog) {
     return failsNow(Listen, fd) ? -1 : next<decltype(&listen)>("listen")(fd, backlog);
+}
+
+// Only the IPv6 options fail: the address reuse before them is set as usual.
+extern "C" int setsockopt(int fd, int level, int name, const void* value, socklen_t length) {
+    return level == IPPROTO_IPV6 && failsNow(SetOption, fd)
+               ? -1
+               : next<decltype(&setsockopt)>("setsockopt")(fd, level, name, value, length);
 }
 
 TEST(LoopBackTransport, TakesUpToItsCapacityAndGivesBackInOrder) {
@@ -198,14 +206,16 @@ TEST(TCPClientTransport, RefusedAndUnresolvableConnectionsFail) {
 TEST(TCPServerTransportBuilder, ASetUpThatFailsSaysWhyAndNeverAccepts) {
     TCPServerTransportBuilder first("0", "");
     const std::string inUse = first.getListeningService();
-    const std::pair<std::string, std::string> failures[] = {
-        {inUse, "Cannot bind listening socket.\n"},
-        {"no-such-service-name", "Cannot getaddrinfo: "},
-        {"0", "Cannot listen.\n"},  // listen fails below
+    constexpr int None = -1;
+    const std::tuple<std::string, std::string, int> failures[] = {
+        {inUse, "Cannot bind listening socket.\n", None},
+        {"no-such-service-name", "Cannot getaddrinfo: ", None},
+        {"0", "Cannot listen.\n", Listen},
+        {"0", "Cannot set IPv6v6only socket option.\n", SetOption},
     };
-    for (const auto& [service, message] : failures) {
-        if (service == "0") {
-            failNext(Listen, AnySocket, EADDRINUSE);
+    for (const auto& [service, message, failing] : failures) {
+        if (failing != None) {
+            failNext(static_cast<Call>(failing), AnySocket, EADDRINUSE);
         }
         testing::internal::CaptureStderr();
         TCPServerTransportBuilder builder(service, "");
@@ -214,7 +224,7 @@ TEST(TCPServerTransportBuilder, ASetUpThatFailsSaysWhyAndNeverAccepts) {
         EXPECT_EQ(builder.accept(0, 0), nullptr);
         EXPECT_EQ(builder.getListeningService(), "");
     }
-    armed[Listen] = -1;
+    armed[Listen] = armed[SetOption] = -1;
 }
 
 // Nonsense lengths never reach the socket. recv takes EINPROGRESS like
