@@ -92,6 +92,7 @@ TEST_P(HostileDevice, MemoryStaysBoundedAndTheOutcomeNamesTheCause) {
     EXPECT_EQ(outcome->getReasonCode(), GetParam().outcome);
     EXPECT_LE(peakUndecoded, Limit + OneRead);
     EXPECT_LE(peakQueued, QueueLimit + 1);  // one more than checked: the last call's
+    EXPECT_EQ(peakQueued == QueueLimit + 1, attack == Attack::StopsReading);  // and not one less
     EXPECT_LE(pushed->size(), 64u);
     EXPECT_EQ(client->closed, !outcome->getSuccess());
     EXPECT_EQ(SessionWaiter::closingReason(waiter.lastResult()).value_or(ReasonCode::Success),
@@ -106,3 +107,34 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"PushFlood", Attack::PushFlood, ReasonCode::Success},
                     Row{"StopsReading", Attack::StopsReading, ReasonCode::DeviceNotReading}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// The untimed calls keep the plain tick loop's meaning, bounds included: a
+// frame larger than any default limit is read through to the answer behind it.
+TEST(HostileDevice, UntimedCallsReadPastAFrameOverTheDefaultLimit) {
+    const auto pair = testing_support::makeTransportPair();
+    testing_support::ScriptedPeer peer(pair.second);
+    peer.channels = {{3, {0x33}}};
+    std::size_t junkLeft = 0;  // sent a MiB a tick, so the client holds it undecoded
+    pair.first->onTick = [&] {
+        peer.serve();
+        if (junkLeft > 0 && peer.unsentBytes() == 0) {
+            const std::size_t piece = std::min<std::size_t>(junkLeft, 1 << 20);
+            peer.sendBytes(Bytes(piece, 0x00));
+            if ((junkLeft -= piece) == 0) {
+                peer.sendBytes({0xFE});
+                peer.push(3);
+            }
+        }
+    };
+    auto session =
+        ClientSessionBuilder().setTransport(pair.first).setUsername("u").setPassword("p").build();
+    ASSERT_TRUE(session->blockingLogin().loggedIn());
+    peer.handlers[GetRequest::Code] = [&](const Message&) {
+        peer.sendBytes({0xFF});
+        junkLeft = SessionWaiter::DefaultMaxUndecodedBytes + 4096;  // past it by a few reads
+    };
+    const GetOutcome outcome = session->blockingGet(3);
+    EXPECT_TRUE(outcome.getSuccess());
+    EXPECT_EQ(outcome.getData(), Bytes{0x33});
+    EXPECT_FALSE(pair.first->closed);
+}

@@ -54,6 +54,7 @@ struct Rig {
             return nullptr;
         }
         auto [end, device] = testing_support::makeTransportPair();
+        end->connecting = connecting;
         auto peer = std::make_shared<ScriptedPeer>(device);
         peer->loginResult = loginResult;
         peer->channels = channels;
@@ -110,6 +111,7 @@ struct Rig {
     std::shared_ptr<testing_support::ManualClock> clock =
         std::make_shared<testing_support::ManualClock>();
     bool up = true;
+    bool connecting = false;  // connections stay connecting until the first write
     unsigned char loginResult = 1;
     std::map<unsigned int, Bytes> channels = {{10, {0x01}}, {11, {0x02}}};
     std::map<OpCode, ScriptedPeer::Handler> handlers;
@@ -260,6 +262,23 @@ const Scenario scenarios[] = {
      {"9 0 0 0 2 2 open"},
      "Connecting 0, LoggingIn 0, none, Ready 11, ready 1, get 10 255 01, none, none, none, "
      "outstanding 0, set 10 255"},
+
+    // The refusal that ends one connection, heard in the same tick as its
+    // end, is not heard again by the next, which waits for its own connect.
+    {"ARefusedLoginEndsOnlyItsOwnConnection",
+     [](Rig& r) {
+         r.loginResult = 0;
+         r.client.addLoginOutcomeReceiver(makeReceiver<LoginOutcome>(
+             [&r](const LoginOutcome& o) { r.ends.back()->closed = !o.loginPending(); }));
+         r.client.setAttemptTimeout(2000ms);
+         r.client.start();
+         r.settle();
+         r.connecting = true;
+         r.settle(100ms);
+         r.settle(2000ms);
+     },
+     {"9 closed", "closed"},
+     "Connecting 0, LoggingIn 0, WaitingToReconnect 0, Connecting 100, WaitingToReconnect 2100"},
 
     {"AReceiverMayStopTheClientWhileItIsBeingTicked",
      [](Rig& r) {

@@ -1,10 +1,12 @@
 // The transports: the loop-back's capacity, and the TCP transports at their
 // sockets (states as reported, the rule for each error).
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -225,6 +227,19 @@ TEST(TCPServerTransportBuilder, ASetUpThatFailsSaysWhyAndNeverAccepts) {
         EXPECT_EQ(builder.getListeningService(), "");
     }
     armed[Listen] = armed[SetOption] = -1;
+
+    // Descriptor 0 is never taken for a listener: one that got it (standard
+    // input closed) is not listening, and its end leaves the descriptor open.
+    const int input = ::dup(0);
+    ::close(0);
+    {
+        const TCPServerTransportBuilder onZero("0", "::1");
+        EXPECT_EQ(onZero.getSocket(), 0);
+        EXPECT_FALSE(onZero.isListening());
+    }
+    EXPECT_NE(::fcntl(0, F_GETFD), -1);
+    ::dup2(input, 0);
+    ::close(input);
 }
 
 // Nonsense lengths never reach the socket. recv takes EINPROGRESS like
