@@ -1,7 +1,7 @@
 // The reconnecting client over TCP against the library's own device server on
-// 127.0.0.1, stopped and started again on the same port under it: waits are
-// on the socket, and subscriptions deliver again without application code.
-// Both ends run in this thread and every wait is bounded; long waits run on a
+// 127.0.0.1, which goes away under it: waits are on the socket, and the
+// hang-up wakes them. (Coming back after a restart over real sockets is
+// TLSTest's.) Both ends run in this thread and every wait is bounded; long waits run on a
 // clock the test moves. (ReconnectingClientTest has the client's rules in
 // detail, in memory.)
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@
 using namespace std::chrono_literals;
 using Bytes = std::vector<unsigned char>;
 
-TEST(ReconnectingClientWithDevice, WaitsOnTheSocketAndResubscribesAfterTheDeviceRestarts) {
+TEST(ReconnectingClientWithDevice, WaitsOnTheSocketUntilTheDeviceGoesAway) {
     auto store = std::make_shared<MemoryChannelStore>();
     store->addChannel(1, {0, 0, 0, 0}, false);
     store->addChannel(2, {0x10}, true);
@@ -25,10 +25,9 @@ TEST(ReconnectingClientWithDevice, WaitsOnTheSocketAndResubscribesAfterTheDevice
     settings.password = "secret";
     auto device = std::make_unique<DeviceServer>(store, settings);
     ASSERT_TRUE(device->listen("0", "127.0.0.1"));
-    const std::string port = device->getListeningService();
 
     auto clock = std::make_shared<testing_support::ManualClock>();
-    ReconnectingClient client("127.0.0.1", port, "admin", "secret", clock);
+    ReconnectingClient client("127.0.0.1", device->getListeningService(), "admin", "secret", clock);
     auto values = std::make_shared<testing_support::RecordingReceiver<GetOutcome>>();
     auto pushed = std::make_shared<testing_support::RecordingReceiver<GetOutcome>>();
     client.addSubscription(1, values);
@@ -48,7 +47,6 @@ TEST(ReconnectingClientWithDevice, WaitsOnTheSocketAndResubscribesAfterTheDevice
     EXPECT_EQ(client.getPollDescriptor().fd, -1);  // nothing to watch yet
     client.start();
     ASSERT_TRUE(until({0, 0, 0, 0}, {}));
-    EXPECT_EQ(client.getPollDescriptor().fd, client.getSession()->getPollDescriptor().fd);
     EXPECT_GE(client.getPollDescriptor().fd, 0);
     EXPECT_EQ(client.getPollDescriptor().events, POLLIN);
     // A silent device: the whole timeout is one wait on the socket.
@@ -65,8 +63,7 @@ TEST(ReconnectingClientWithDevice, WaitsOnTheSocketAndResubscribesAfterTheDevice
     store->update(2, {0x20});
     ASSERT_TRUE(until({9, 9, 9, 9}, {0x20}));
 
-    // The device goes away: the hang-up wakes the wait, and its values
-    // change while the client is away.
+    // The device goes away: the hang-up wakes the wait.
     const std::shared_ptr<ClientSession> dropped = client.getSession();
     clock->onWait = nullptr;
     device.reset();
@@ -81,12 +78,4 @@ TEST(ReconnectingClientWithDevice, WaitsOnTheSocketAndResubscribesAfterTheDevice
     const auto before = clock->waited;
     EXPECT_FALSE(SessionWaiter(clock).waitForActivity(*dropped, 250ms));
     EXPECT_EQ(clock->waited - before, 250ms);
-    store->update(1, {1, 2, 3, 4});
-    device = std::make_unique<DeviceServer>(store, settings);
-    ASSERT_TRUE(device->listen(port, "127.0.0.1"));  // back on the same port
-    clock->advance(client.getRetryDelay());
-    ASSERT_TRUE(until({1, 2, 3, 4}, {}));
-    store->update(1, {5, 6, 7, 8});
-    store->update(2, {0x30});
-    ASSERT_TRUE(until({5, 6, 7, 8}, {0x30}));
 }

@@ -132,19 +132,17 @@ TEST(DeviceRobustness, AnAdoptedIPv4SocketIsNamedByItsPeer) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* any = reinterpret_cast<sockaddr*>(&address);
     socklen_t size = sizeof address;
-    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    const int client = ::socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
-    ASSERT_EQ(::listen(listener, 1), 0);
-    ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    ASSERT_EQ(::connect(client, reinterpret_cast<sockaddr*>(&address), size), 0);
+    const int listener = ::socket(AF_INET, SOCK_STREAM, 0),
+              client = ::socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_TRUE(::bind(listener, any, size) == 0 && ::listen(listener, 1) == 0 &&
+                ::getsockname(listener, any, &size) == 0 && ::connect(client, any, size) == 0);
     device.server->adopt(TCPTransport::createShared(new TCPTransport(
         ::accept(listener, nullptr, nullptr), ConnectionOutcome::Connected, nullptr)));
     EXPECT_EQ(device.events->received().back().describe().rfind(
                   "connection 1: opened from 127.0.0.1:", 0),
-              0u)
-        << device.events->received().back().describe();
+              0u);
     ::close(client);
     ::close(listener);
 }
