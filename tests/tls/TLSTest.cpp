@@ -1,11 +1,15 @@
 // chanlink_tls end to end: a ClientSession over TLSClientTransport against a
 // DeviceServer that wraps its connections in TLSServerTransport, both driven
 // from this thread. Certificates are made for the run by make-certs.sh.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <tuple>
 
 #include "chanlink/chanlink.h"
 #include "chanlink/tls.h"
@@ -210,4 +214,40 @@ TEST_F(TLSTest, AnEndedConnectionFailsItsWritesAndLeavesItsDescriptorAlone) {
     for (const int end : {descriptor, ends[0], ends[1]}) {
         ::close(end);
     }
+}
+
+// The transport's own waits: while its TCP connect is under way it is waited
+// on at its socket for writing (a listener whose queue is full leaves the
+// connect pending); once connected, output the socket did not take at once
+// waits in the stream, and the transport's tick sends it when there is room.
+TEST_F(TLSTest, WaitsAreOnTheSocketAndTickSendsWhatWaited) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* any = reinterpret_cast<sockaddr*>(&address);
+    socklen_t size = sizeof address;
+    const int full = ::socket(AF_INET, SOCK_STREAM, 0), first = ::socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_TRUE(::bind(full, any, size) == 0 && ::listen(full, 0) == 0 &&
+                ::getsockname(full, any, &size) == 0 && ::connect(first, any, size) == 0);
+    TLSClientTransport pending("127.0.0.1", std::to_string(ntohs(address.sin_port)), nullptr,
+                               trusting);
+    pending.connect();
+    const TransportPoll connecting = TransportPoll::of(pending);
+    EXPECT_EQ(std::make_tuple(connecting.state, connecting.descriptor >= 0, connecting.events),
+              std::make_tuple(ConnectionOutcome::Connecting, true, short{POLLOUT}));
+    ::close(first);
+    ::close(full);
+
+    startDevice();
+    ASSERT_TRUE(login(trusting));
+    const std::vector<char> noise(16384, 0);  // bytes outside any frame: the device drops them
+    for (int i = 0; i < 4096 && transport->write(noise.data(), 16384) > 0; ++i) {
+    }
+    ASSERT_NE(TransportPoll::of(*transport).events & POLLOUT, 0) << "the socket took it all";
+    EXPECT_TRUE(eventually([&] {
+        server->poll(std::chrono::milliseconds(0));
+        transport->tick();
+        return (TransportPoll::of(*transport).events & POLLOUT) == 0;
+    }));
+    EXPECT_EQ(transport->state(), ConnectionOutcome::Connected);
 }
