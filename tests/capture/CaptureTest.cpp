@@ -5,7 +5,6 @@
 #include <iterator>
 #include <sstream>
 #include <string>
-#include <tuple>
 
 #include "chanlink/capture/CaptureTransport.h"
 #include "support/Bytes.h"
@@ -15,23 +14,10 @@ using testing_support::Bytes;
 using testing_support::bytes;
 using testing_support::hex;
 
-namespace {
-
-std::uint32_t be(const Bytes& b, std::size_t at, int width) {
-    std::uint32_t value = 0;
-    for (int i = 0; i < width; ++i) {
-        value = value << 8 | b[at + i];
-    }
-    return value;
-}
-
-}  // namespace
-
 // A connection without a socket, recorded through the wrapper from the write
-// that connects it: one run of bytes each way, then the end. Every record
-// must be an IPv4/TCP packet continuing its direction's sequence numbers
-// (that Wireshark finds the checksums right is tools_integration.sh's,
-// scenario capture.tools).
+// that connects it: the handshake, one run of bytes each way, then the end.
+// (That Wireshark reads every record as IPv4 or IPv6 TCP with the right
+// checksums and sequence numbers is tools_integration.sh's, capture.tools.)
 TEST(Capture, PcapLayoutOfOneConnection) {
     const std::string path = testing::TempDir() + "capture_layout.pcap";
     std::string error;
@@ -57,41 +43,20 @@ TEST(Capture, PcapLayoutOfOneConnection) {
     EXPECT_EQ(hex(Bytes(file.begin(), file.begin() + 24)),
               "D4 C3 B2 A1 02 00 04 00 00 00 00 00 00 00 00 00 FF FF 00 00 65 00 00 00");
 
-    const std::vector<int> expectedFlags = {0x02, 0x12, 0x10, 0x18, 0x18, 0x11, 0x11, 0x10};
-    const std::vector<std::string> expectedData = {"",      "", "", "FF 01 00 00 00 0B FE",
-                                                   "AB CD", "", "", ""};
-    std::uint32_t next[2] = {0, 0};  // client, server; 0 until the SYN
-    std::size_t at = 24;
-    for (std::size_t n = 0; n < expectedFlags.size(); ++n) {
-        SCOPED_TRACE("record " + std::to_string(n));
-        ASSERT_LE(at + 16, file.size());
-        const std::uint32_t length = file[at + 8] | file[at + 9] << 8;
-        ASSERT_EQ(file[at + 12] | file[at + 13] << 8, static_cast<int>(length));
+    // Each record's TCP flags and payload, and where the first one goes.
+    std::vector<std::string> records;
+    std::string endpoints;
+    for (std::size_t at = 24; at + 16 <= file.size();) {
+        const std::size_t length = file[at + 8] | file[at + 9] << 8;
+        ASSERT_TRUE(length >= 40 && at + 16 + length <= file.size()) << at;
         const Bytes p(file.begin() + at + 16, file.begin() + at + 16 + length);
         at += 16 + length;
-
-        // Version 4, the length, TCP, 127.0.0.1 to 127.0.0.1.
-        EXPECT_EQ(std::make_tuple(int{p[0]}, be(p, 2, 2), int{p[9]}),
-                  std::make_tuple(0x45, length, 6));
-        EXPECT_EQ(hex(Bytes(p.begin() + 12, p.begin() + 20)), "7F 00 00 01 7F 00 00 01");
-
-        const bool fromClient = be(p, 20, 2) == 49152;
-        EXPECT_EQ(be(p, 20, 2) + be(p, 22, 2), 49152u + 7300u);
-        const int flags = p[33];
-        EXPECT_EQ(flags, expectedFlags[n]);
-        const std::uint32_t seq = be(p, 24, 4);
-        std::uint32_t& mine = next[fromClient ? 0 : 1];
-        if (flags & 0x02) {
-            mine = seq;
-        }
-        EXPECT_EQ(seq, mine);
-        if (flags & 0x10) {
-            EXPECT_EQ(be(p, 28, 4), next[fromClient ? 1 : 0]);
-        }
-        EXPECT_EQ(hex(Bytes(p.begin() + 40, p.end())), expectedData[n]);
-        mine += static_cast<std::uint32_t>(length - 40) + (flags & 0x03 ? 1 : 0);
+        endpoints = endpoints.empty() ? hex(Bytes(p.begin() + 12, p.begin() + 24)) : endpoints;
+        records.push_back(std::to_string(p[33]) + " " + hex(Bytes(p.begin() + 40, p.end())));
     }
-    EXPECT_EQ(at, file.size());
+    EXPECT_EQ(endpoints, "7F 00 00 01 7F 00 00 01 C0 00 1C 84");  // 127.0.0.1:49152 to :7300
+    EXPECT_EQ(records, (std::vector<std::string>{"2 ", "18 ", "16 ", "24 FF 01 00 00 00 0B FE",
+                                                 "24 AB CD", "17 ", "17 ", "16 "}));
 }
 
 // What a capture shows of the client's bytes, given in pieces (that every
