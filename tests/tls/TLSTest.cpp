@@ -62,7 +62,12 @@ protected:
         store->addChannel(1, {0, 0, 0, 0}, false);
         settings.username = "admin";
         settings.password = "secret";
-        settings.wrapConnection = TLSServerTransport::wrapper(context);
+        settings.wrapConnection = [this, wrap = TLSServerTransport::wrapper(context)](
+                                      std::shared_ptr<TCPTransport> accepted) {
+            auto wrapped = std::static_pointer_cast<TLSTransport>(wrap(std::move(accepted)));
+            lastAccepted = wrapped;
+            return wrapped;
+        };
         server = std::make_unique<DeviceServer>(store, settings);
         ASSERT_TRUE(server->listen("0", "127.0.0.1"));
     }
@@ -89,6 +94,7 @@ protected:
     std::shared_ptr<MemoryChannelStore> store = std::make_shared<MemoryChannelStore>();
     DeviceSettings settings;
     std::unique_ptr<DeviceServer> server;
+    std::weak_ptr<TLSTransport> lastAccepted;  // the device's end of the last connection
     std::shared_ptr<TLSClientTransport> transport;
     std::shared_ptr<ClientSession> session;
     const TLSClientSettings trusting = client("ca.pem");
@@ -248,4 +254,40 @@ TEST_F(TLSTest, WaitsAreOnTheSocketAndTickSendsWhatWaited) {
         return (TransportPoll::of(*transport).events & POLLOUT) == 0;
     }));
     EXPECT_EQ(transport->state(), ConnectionOutcome::Connected);
+
+    // A transport dropped without close() still ends TLS cleanly.
+    const std::shared_ptr<TLSTransport> deviceEnd = lastAccepted.lock();
+    session.reset();
+    transport.reset();
+    EXPECT_TRUE(eventually([&] {
+        server->poll(std::chrono::milliseconds(0));
+        return TransportPoll::of(*deviceEnd).ended();
+    }));
+    EXPECT_EQ(deviceEnd->getFailureReason(), "closed by the peer");
+
+    // A reset that reaches the handshake's read is named as one.
+    const int plain = ::socket(AF_INET, SOCK_STREAM, 0);
+    address.sin_port = 0;
+    size = sizeof address;
+    ASSERT_TRUE(::bind(plain, any, size) == 0 && ::listen(plain, 1) == 0 &&
+                ::getsockname(plain, any, &size) == 0);
+    TLSClientTransport reset("127.0.0.1", std::to_string(ntohs(address.sin_port)), nullptr,
+                             trusting);
+    reset.connect();
+    const int accepted = ::accept(plain, nullptr, nullptr);
+    char hello[16];
+    ASSERT_TRUE(eventually([&] {
+        reset.tick();
+        return ::recv(accepted, hello, sizeof hello, MSG_DONTWAIT) > 0;
+    }));
+    const linger abort{1, 0};
+    ::setsockopt(accepted, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    ::close(accepted);
+    ::close(plain);
+    EXPECT_TRUE(eventually([&] {
+        reset.tick();
+        return TransportPoll::of(reset).ended();
+    }));
+    EXPECT_NE(reset.getFailureReason().find("reset by peer"), std::string::npos)
+        << reset.getFailureReason();
 }
