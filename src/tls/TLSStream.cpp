@@ -79,9 +79,9 @@ TLSStream::TLSStream(SSL_CTX* context, int socket, bool server, bool verify,
     : server(server) {
     ERR_clear_error();
     ssl = SSL_new(context);
-    BIO* bio = socketMethod() != nullptr ? BIO_new(socketMethod()) : nullptr;
-    if (ssl == nullptr || bio == nullptr) {
-        BIO_free(bio);
+    // The BIO is made only for an SSL that exists, so a failure owns nothing.
+    BIO* bio = ssl != nullptr && socketMethod() != nullptr ? BIO_new(socketMethod()) : nullptr;
+    if (bio == nullptr) {
         reason = "cannot set up TLS: out of memory";
         return;
     }
