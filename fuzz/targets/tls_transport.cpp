@@ -1,6 +1,7 @@
 // The TLS transports fed garbage by their peer, over TCP on ::1.
 //
-// Input: byte 0 selects the case, the rest is what the peer sends, raw.
+// Input: byte 0 selects the case (mod 3), the rest is what the peer sends,
+// raw, before it ends its stream, or resets it when bit 7 of byte 0 is set.
 // 0: a device's TLSServerTransport gets it instead of a client hello;
 // 1: a TLSClientTransport gets it as the device's answer to its hello;
 // 2: a client and a device complete a real handshake, then the client gets
@@ -72,16 +73,26 @@ bool step(TLSTransport& transport) {
     return false;
 }
 
-// Feeds garbage to transport until it gives up or has taken it all in.
-void feed(TLSTransport& transport, int peerSocket, const std::uint8_t* data, std::size_t size) {
+// Feeds the garbage in data to transport until it gives up or has taken it all in.
+void feed(TLSTransport& transport, TCPTransport& peer, const std::uint8_t* data, std::size_t size) {
     // Inputs are at most a few KiB, which the socket buffers take whole; a
     // transport that closed early refuses the rest, which cannot matter.
-    [[maybe_unused]] const ssize_t sent = ::send(peerSocket, data, size, MSG_NOSIGNAL);
-    ::shutdown(peerSocket, SHUT_WR);
+    [[maybe_unused]] const ssize_t sent =
+        ::send(peer.getSocket(), data + 1, size - 1, MSG_NOSIGNAL);
+    if ((data[0] & 0x80) != 0) {
+        const linger reset{1, 0};
+        ::setsockopt(peer.getSocket(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+        peer.close();
+    } else {
+        ::shutdown(peer.getSocket(), SHUT_WR);
+    }
     for (int round = 0; round < Rounds && !step(transport); ++round) {
     }
-    // The peer's end of stream comes behind the garbage at the latest.
+    // The peer's end of stream or reset comes behind the garbage at the latest.
     FUZZ_CHECK(TransportPoll::of(transport).ended());
+    // A reset behind no garbage is named as one.
+    FUZZ_CHECK(size > 1 || (data[0] & 0x80) == 0 ||
+               transport.getFailureReason().find("reset by peer") != std::string::npos);
 }
 
 }  // namespace
@@ -96,7 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         raw.connect();
         TLSServerTransport device(acceptOne(), deviceContext());
         FUZZ_CHECK(raw.blockingConnect() == ConnectionOutcome::Connected);
-        feed(device, raw.getSocket(), data + 1, size - 1);
+        feed(device, raw, data, size);
         return 0;
     }
     TLSClientSettings settings;
@@ -115,6 +126,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         FUZZ_CHECK(client.state() == ConnectionOutcome::Connected);
     }
-    feed(client, accepted->getSocket(), data + 1, size - 1);
+    feed(client, *accepted, data, size);
     return 0;
 }

@@ -264,30 +264,4 @@ TEST_F(TLSTest, WaitsAreOnTheSocketAndTickSendsWhatWaited) {
         return TransportPoll::of(*deviceEnd).ended();
     }));
     EXPECT_EQ(deviceEnd->getFailureReason(), "closed by the peer");
-
-    // A reset that reaches the handshake's read is named as one.
-    const int plain = ::socket(AF_INET, SOCK_STREAM, 0);
-    address.sin_port = 0;
-    size = sizeof address;
-    ASSERT_TRUE(::bind(plain, any, size) == 0 && ::listen(plain, 1) == 0 &&
-                ::getsockname(plain, any, &size) == 0);
-    TLSClientTransport reset("127.0.0.1", std::to_string(ntohs(address.sin_port)), nullptr,
-                             trusting);
-    reset.connect();
-    const int accepted = ::accept(plain, nullptr, nullptr);
-    char hello[16];
-    ASSERT_TRUE(eventually([&] {
-        reset.tick();
-        return ::recv(accepted, hello, sizeof hello, MSG_DONTWAIT) > 0;
-    }));
-    const linger abort{1, 0};
-    ::setsockopt(accepted, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
-    ::close(accepted);
-    ::close(plain);
-    EXPECT_TRUE(eventually([&] {
-        reset.tick();
-        return TransportPoll::of(reset).ended();
-    }));
-    EXPECT_NE(reset.getFailureReason().find("reset by peer"), std::string::npos)
-        << reset.getFailureReason();
 }
