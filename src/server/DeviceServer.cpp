@@ -190,9 +190,7 @@ void DeviceServer::shutdown() {
     for (const auto& connection : connections) {
         connection->close();
     }
-    std::vector<std::shared_ptr<DeviceConnection>> closing;
-    closing.swap(connections);
-    for (const auto& connection : closing) {
+    for (const auto& connection : std::exchange(connections, {})) {
         report(DeviceEvent::Closed, connection->getId(), "by the device");
     }
     listener.reset();
