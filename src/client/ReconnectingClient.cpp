@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <list>
-#include <map>
 #include <utility>
 
 #include "chanlink/client/ChannelReceiverTable.h"
@@ -373,13 +372,11 @@ bool ReconnectingClient::waitForActivity(std::chrono::milliseconds timeout) {
     const std::chrono::milliseconds due = getTimeUntilDue();
     const bool dueFirst = due < timeout;
     const std::chrono::milliseconds wait = dueFirst ? due : timeout;
-    bool ready = false;
     if (session) {
-        ready = waiter.waitForActivity(*session, wait);
-    } else {
-        clock->waitFor(-1, 0, wait);
+        return waiter.waitForActivity(*session, wait) || dueFirst;
     }
-    return ready || dueFirst;
+    clock->waitFor(-1, 0, wait);
+    return dueFirst;
 }
 
 pollfd ReconnectingClient::getPollDescriptor() const {
@@ -399,10 +396,8 @@ std::chrono::milliseconds ReconnectingClient::getTimeUntilDue() const {
 }
 
 bool ReconnectingClient::waitUntilReady(std::chrono::milliseconds timeout) {
-    if (state == Stopped) {
-        return false;
-    }
-    return tickUntil([this] { return state == Ready || state == Stopped; }, timeout) &&
+    return state != Stopped &&
+           tickUntil([this] { return state == Ready || state == Stopped; }, timeout) &&
            state == Ready;
 }
 
