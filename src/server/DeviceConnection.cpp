@@ -274,11 +274,9 @@ void DeviceConnection::onSet(const SetRequest& request) {
     answeringSet = true;
     const unsigned char reason = store->setValue(channelId, request.getData());
     answeringSet = false;
-    if (reason == ReasonCode::Success) {
-        send(SetResponse::newInstance(channelId));
-    } else {
-        send(ErrorResponse::newInstance(SetRequest::Code, reason, channelId));
-    }
+    send(reason == ReasonCode::Success
+             ? SetResponse::newInstance(channelId)
+             : ErrorResponse::newInstance(SetRequest::Code, reason, channelId));
     for (const auto& push : std::exchange(heldPushes, {})) {
         send(push);
     }

@@ -46,10 +46,8 @@ std::string peerAddress(int socket) {
 }
 
 int toPollTimeout(std::chrono::milliseconds timeout) {
-    if (timeout.count() < 0) {
-        return -1;
-    }
-    return timeout.count() > INT_MAX ? INT_MAX : static_cast<int>(timeout.count());
+    return timeout.count() < 0 ? -1
+                               : static_cast<int>(std::min<long long>(timeout.count(), INT_MAX));
 }
 
 }  // namespace

@@ -29,10 +29,8 @@ bool TCPClientTransport::updateHostInfo() {
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;
-    const int result = ::getaddrinfo(host.c_str(), service.c_str(), &hints, &addresses);
-    if (result != 0) {
+    if (::getaddrinfo(host.c_str(), service.c_str(), &hints, &addresses) != 0) {
         addresses = nullptr;  // not set by a failed call
-        return false;
     }
     return addresses != nullptr;
 }
