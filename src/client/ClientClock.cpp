@@ -43,10 +43,7 @@ ClientClock::TimePoint ClientClock::deadlineAfter(TimePoint now,
     // Compared in milliseconds: converting a huge timeout to the clock's
     // finer unit would overflow.
     const auto room = std::chrono::duration_cast<std::chrono::milliseconds>(TimePoint::max() - now);
-    if (timeout >= room) {
-        return TimePoint::max();
-    }
-    return now + timeout;
+    return timeout >= room ? TimePoint::max() : now + timeout;
 }
 
 std::chrono::milliseconds ClientClock::remainingUntil(TimePoint now, TimePoint deadline) {

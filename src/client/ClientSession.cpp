@@ -78,25 +78,13 @@ bool ClientSession::initiateLogin() {
     return loginManager && loginManager->initiateLogin();
 }
 
+// Without a time limit or bounds, the timed calls wait until they are done.
 LoginOutcome ClientSession::blockingLogin() {
-    if (!initiateLogin()) {
-        return LoginOutcome(LoginOutcome::Failure);
-    }
-    unboundedWaiter().tickUntil(
-        *this, [this] { return !getLoginState().loginPending(); },
-        std::chrono::milliseconds::max());
-    return getLoginState();
+    return *blockingLogin(std::chrono::milliseconds::max(), unboundedWaiter());
 }
 
 GetOutcome ClientSession::blockingGet(unsigned int channelId) {
-    if (!getManager) {
-        return GetOutcome(channelId, SetOutcome::Discarded);
-    }
-    const auto queue = std::make_shared<QueuedReceiver<GetOutcome>>();
-    requestChannel(channelId, queue);
-    unboundedWaiter().tickUntil(
-        *this, [&queue] { return !queue->empty(); }, std::chrono::milliseconds::max());
-    return queue->dequeue();
+    return *blockingGet(channelId, std::chrono::milliseconds::max(), unboundedWaiter());
 }
 
 std::optional<LoginOutcome> ClientSession::blockingLogin(std::chrono::milliseconds timeout,

@@ -63,20 +63,15 @@ std::shared_ptr<ClientSession> ClientSessionBuilder::build() {
     // The login request goes to the queue itself, never held by the valve.
     auto loginManager = std::make_shared<ClientLoginManager>(outgoingQueue, username, password,
                                                              loginOutcomeDispatcher);
-    loginOutcomeDispatcher->addReceiver(
-        std::static_pointer_cast<Receiver<LoginOutcome>>(getManager));
-    loginOutcomeDispatcher->addReceiver(
-        std::static_pointer_cast<Receiver<LoginOutcome>>(subscriptionManager));
-    loginOutcomeDispatcher->addReceiver(
-        std::static_pointer_cast<Receiver<LoginOutcome>>(pushSubscriptionManager));
+    loginOutcomeDispatcher->addReceiver(getManager);
+    loginOutcomeDispatcher->addReceiver(subscriptionManager);
+    loginOutcomeDispatcher->addReceiver(pushSubscriptionManager);
     loginOutcomeDispatcher->addReceiver(std::make_shared<LoginValveController>(valve));
 
     auto getOutcomeDispatcher = std::make_shared<Dispatcher<GetOutcome>>();
-    getOutcomeDispatcher->addReceiver(std::static_pointer_cast<Receiver<GetOutcome>>(getManager));
-    getOutcomeDispatcher->addReceiver(
-        std::static_pointer_cast<Receiver<GetOutcome>>(subscriptionManager));
-    getOutcomeDispatcher->addReceiver(
-        std::static_pointer_cast<Receiver<GetOutcome>>(pushSubscriptionManager));
+    getOutcomeDispatcher->addReceiver(getManager);
+    getOutcomeDispatcher->addReceiver(subscriptionManager);
+    getOutcomeDispatcher->addReceiver(pushSubscriptionManager);
 
     auto errorResponseDispatcher = std::make_shared<Dispatcher<ErrorResponse>>();
 

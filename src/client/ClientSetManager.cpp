@@ -1,5 +1,7 @@
 #include "chanlink/client/ClientSetManager.h"
 
+#include <utility>
+
 #include "chanlink/messages/SetRequest.h"
 
 ClientSetManager::ClientSetManager(
@@ -51,8 +53,7 @@ void ClientSetManager::receive(const SetOutcome& outcome) {
 void ClientSetManager::reset() {
     // Taken out first, so that a receiver setting a channel from its report
     // starts afresh instead of being discarded in turn.
-    std::deque<QueuedSetOperation> discarded;
-    discarded.swap(pending);
+    std::deque<QueuedSetOperation> discarded = std::exchange(pending, {});
     for (QueuedSetOperation& operation : queued) {
         discarded.push_back(std::move(operation));
     }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <list>
-#include <map>
+#include <utility>
 
 #include "chanlink/client/ChannelReceiverTable.h"
 #include "chanlink/client/ClientSessionBuilder.h"
@@ -51,6 +51,21 @@ private:
     bool done = false;
 };
 
+// Gets and sets taken out of the client, to be answered once each.
+struct Outstanding {
+    Table::Table gets;
+    std::list<std::shared_ptr<SetRelay>> sets;
+
+    void answer(unsigned char reason) {
+        for (auto& entry : gets) {
+            entry.second.receive(GetOutcome(entry.first, reason));
+        }
+        for (const auto& relay : sets) {
+            relay->receive(SetOutcome(relay->channelId, reason));
+        }
+    }
+};
+
 }  // namespace
 
 // What the client keeps across sessions. The relays registered in each
@@ -71,6 +86,12 @@ struct ReconnectingClient::Registry {
     // The last settled login outcome of the current session, taken by the
     // next progress(); the state is never changed from inside a session's tick.
     std::optional<LoginOutcome> loginHeard;
+
+    // Empties the tables of waiting gets and sets: requests made from then on
+    // start new ones.
+    Outstanding takeOutstanding() {
+        return {Table::takeAll(pendingGets), std::exchange(pendingSets, {})};
+    }
 };
 
 ReconnectingClient::ReconnectingClient(const std::string& host, const std::string& service,
@@ -184,12 +205,7 @@ void ReconnectingClient::start() {
 void ReconnectingClient::stop() {
     const unsigned char reason = session ? ReasonCode::ConnectionLost : ReasonCode::NotConnected;
     // Released at the end, after every request has had its answer.
-    const std::shared_ptr<ClientSession> dropped = std::move(session);
-    const std::shared_ptr<Transport> closed = std::move(transport);
-    if (closed) {
-        TransportPoll::close(*closed);
-    }
-    ++registry->generation;
+    const std::shared_ptr<ClientSession> dropped = dropSession();
     setState(Stopped);
     failOutstanding(reason);
 }
@@ -309,12 +325,7 @@ void ReconnectingClient::connectionLost(unsigned char reason) {
             maximumBackOff) {
         failedAttempts = 0;
     }
-    const std::shared_ptr<ClientSession> dropped = std::move(session);
-    const std::shared_ptr<Transport> closed = std::move(transport);
-    if (closed) {
-        TransportPoll::close(*closed);
-    }
-    ++registry->generation;
+    const std::shared_ptr<ClientSession> dropped = dropSession();
 
     retryDelay = initialBackOff;
     for (unsigned int i = 0; i < failedAttempts && retryDelay < maximumBackOff; ++i) {
@@ -325,34 +336,25 @@ void ReconnectingClient::connectionLost(unsigned char reason) {
 
     // Taken before anyone hears of the loss: requests made from a receiver
     // from here on meet no connection and are answered as such.
-    Table::Table gets = Table::takeAll(registry->pendingGets);
-    std::list<std::shared_ptr<SetRelay>> sets;
-    sets.swap(registry->pendingSets);
-
+    Outstanding waiting = registry->takeOutstanding();
     setState(WaitingToReconnect);
-    for (auto& entry : gets) {
-        entry.second.receive(GetOutcome(entry.first, reason));
-    }
-    for (const auto& relay : sets) {
-        relay->receive(SetOutcome(relay->channelId, reason));
-    }
+    waiting.answer(reason);
     // The dropped session goes last: its set manager reports the sets it
     // still held as discarded, to relays that have been answered already.
 }
 
+std::shared_ptr<ClientSession> ReconnectingClient::dropSession() {
+    std::shared_ptr<ClientSession> dropped = std::move(session);
+    const std::shared_ptr<Transport> closed = std::move(transport);
+    if (closed) {
+        TransportPoll::close(*closed);
+    }
+    ++registry->generation;
+    return dropped;
+}
+
 void ReconnectingClient::failOutstanding(unsigned char reason) {
-    if (registry->pendingGets.empty() && registry->pendingSets.empty()) {
-        return;
-    }
-    Table::Table gets = Table::takeAll(registry->pendingGets);
-    std::list<std::shared_ptr<SetRelay>> sets;
-    sets.swap(registry->pendingSets);
-    for (auto& entry : gets) {
-        entry.second.receive(GetOutcome(entry.first, reason));
-    }
-    for (const auto& relay : sets) {
-        relay->receive(SetOutcome(relay->channelId, reason));
-    }
+    registry->takeOutstanding().answer(reason);
 }
 
 void ReconnectingClient::setState(State newState) {
@@ -370,22 +372,15 @@ bool ReconnectingClient::waitForActivity(std::chrono::milliseconds timeout) {
     const std::chrono::milliseconds due = getTimeUntilDue();
     const bool dueFirst = due < timeout;
     const std::chrono::milliseconds wait = dueFirst ? due : timeout;
-    bool ready = false;
     if (session) {
-        ready = waiter.waitForActivity(*session, wait);
-    } else {
-        clock->waitFor(-1, 0, wait);
+        return waiter.waitForActivity(*session, wait) || dueFirst;
     }
-    return ready || dueFirst;
+    clock->waitFor(-1, 0, wait);
+    return dueFirst;
 }
 
 pollfd ReconnectingClient::getPollDescriptor() const {
-    if (session) {
-        return session->getPollDescriptor();
-    }
-    pollfd entry{};
-    entry.fd = -1;
-    return entry;
+    return session ? session->getPollDescriptor() : pollfd{-1, 0, 0};
 }
 
 std::chrono::milliseconds ReconnectingClient::getTimeUntilDue() const {
@@ -401,10 +396,8 @@ std::chrono::milliseconds ReconnectingClient::getTimeUntilDue() const {
 }
 
 bool ReconnectingClient::waitUntilReady(std::chrono::milliseconds timeout) {
-    if (state == Stopped) {
-        return false;
-    }
-    return tickUntil([this] { return state == Ready || state == Stopped; }, timeout) &&
+    return state != Stopped &&
+           tickUntil([this] { return state == Ready || state == Stopped; }, timeout) &&
            state == Ready;
 }
 

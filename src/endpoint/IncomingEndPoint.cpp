@@ -1,5 +1,6 @@
 #include "chanlink/endpoint/IncomingEndPoint.h"
 
+#include <algorithm>
 #include <climits>
 #include <vector>
 
@@ -18,9 +19,7 @@ IncomingEndPoint::~IncomingEndPoint() = default;
 void IncomingEndPoint::doRead() {
     // A capacity beyond INT_MAX cannot be expressed as a read length; read
     // at most INT_MAX bytes instead of passing a negative length on.
-    const int capacity = maxInputCapacity > static_cast<unsigned int>(INT_MAX)
-                             ? INT_MAX
-                             : static_cast<int>(maxInputCapacity);
+    const int capacity = static_cast<int>(std::min<unsigned int>(maxInputCapacity, INT_MAX));
     std::vector<unsigned char> bytes(static_cast<std::size_t>(capacity));
     const int received = readTransport->read(bytes.data(), capacity);
     if (received <= 0) {

@@ -1,5 +1,6 @@
 #include "chanlink/endpoint/OutgoingEndPoint.h"
 
+#include <algorithm>
 #include <climits>
 
 OutgoingEndPoint::OutgoingEndPoint(
@@ -26,9 +27,7 @@ void OutgoingEndPoint::doWrite() {
         return;
     }
     // One write per call; a buffer beyond INT_MAX bytes goes out in parts.
-    const int length = pending.size() > static_cast<std::size_t>(INT_MAX)
-                           ? INT_MAX
-                           : static_cast<int>(pending.size());
+    const int length = static_cast<int>(std::min<std::size_t>(pending.size(), INT_MAX));
     const int written = writeTransport->write(pending.data(), length);
     if (written > 0) {
         pending.erase(pending.begin(), pending.begin() + (written < length ? written : length));

@@ -5,6 +5,8 @@
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/ByteVectorWriter.h"
 
+#include "ValidatedRead.h"
+
 namespace {
 
 // Get and set requests name one channel, so errors about them carry its id.
@@ -30,10 +32,7 @@ bool ErrorResponse::validate(const std::vector<unsigned char>& payload) {
 }
 
 std::shared_ptr<const Message> ErrorResponse::read(const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new ErrorResponse(payload));
+    return chanlink_detail::readValidated<ErrorResponse>(payload);
 }
 
 std::shared_ptr<const Message> ErrorResponse::newInstance(OpCode triggeringOpCode,

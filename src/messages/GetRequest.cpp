@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "ValidatedRead.h"
+
 GetRequest::GetRequest(std::vector<unsigned char> payload)
     : ChannelListMessage(std::move(payload)) {}
 
@@ -10,10 +12,7 @@ bool GetRequest::validate(const std::vector<unsigned char>& payload) {
 }
 
 std::shared_ptr<const Message> GetRequest::read(const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new GetRequest(payload));
+    return chanlink_detail::readValidated<GetRequest>(payload);
 }
 
 std::shared_ptr<const Message> GetRequest::newInstance(

@@ -7,6 +7,8 @@
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/ByteVectorWriter.h"
 
+#include "ValidatedRead.h"
+
 namespace {
 
 constexpr std::size_t MaxFieldValue = 0xFFFF;
@@ -50,10 +52,7 @@ bool GetResponse::validate(const std::vector<unsigned char>& payload) {
 }
 
 std::shared_ptr<const Message> GetResponse::read(const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new GetResponse(payload));
+    return chanlink_detail::readValidated<GetResponse>(payload);
 }
 
 std::shared_ptr<const Message> GetResponse::newInstance(

@@ -5,6 +5,8 @@
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/ByteVectorWriter.h"
 
+#include "ValidatedRead.h"
+
 LogPushRequest::LogPushRequest(std::vector<unsigned char> payload) : Message(std::move(payload)) {}
 
 bool LogPushRequest::validate(const std::vector<unsigned char>& payload) {
@@ -14,10 +16,7 @@ bool LogPushRequest::validate(const std::vector<unsigned char>& payload) {
 }
 
 std::shared_ptr<const Message> LogPushRequest::read(const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new LogPushRequest(payload));
+    return chanlink_detail::readValidated<LogPushRequest>(payload);
 }
 
 std::shared_ptr<const Message> LogPushRequest::newInstance(bool on) {

@@ -5,6 +5,8 @@
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/ByteVectorWriter.h"
 
+#include "ValidatedRead.h"
+
 LoginRequest::LoginRequest(std::vector<unsigned char> payload)
     : UserAccountRequest(std::move(payload)) {}
 
@@ -20,10 +22,7 @@ bool LoginRequest::validate(const std::vector<unsigned char>& payload) {
 }
 
 std::shared_ptr<const Message> LoginRequest::read(const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new LoginRequest(payload));
+    return chanlink_detail::readValidated<LoginRequest>(payload);
 }
 
 std::shared_ptr<const Message> LoginRequest::newInstance(const std::string& username,

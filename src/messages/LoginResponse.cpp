@@ -5,6 +5,8 @@
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/ByteVectorWriter.h"
 
+#include "ValidatedRead.h"
+
 LoginResponse::LoginResponse(std::vector<unsigned char> payload) : Message(std::move(payload)) {}
 
 bool LoginResponse::validate(const std::vector<unsigned char>& payload) {
@@ -14,10 +16,7 @@ bool LoginResponse::validate(const std::vector<unsigned char>& payload) {
 }
 
 std::shared_ptr<const Message> LoginResponse::read(const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new LoginResponse(payload));
+    return chanlink_detail::readValidated<LoginResponse>(payload);
 }
 
 std::shared_ptr<const Message> LoginResponse::newInstance(Result result) {

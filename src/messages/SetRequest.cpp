@@ -5,6 +5,8 @@
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/ByteVectorWriter.h"
 
+#include "ValidatedRead.h"
+
 SetRequest::SetRequest(std::vector<unsigned char> payload) : Message(std::move(payload)) {}
 
 bool SetRequest::validate(const std::vector<unsigned char>& payload) {
@@ -18,10 +20,7 @@ bool SetRequest::validate(const std::vector<unsigned char>& payload) {
 }
 
 std::shared_ptr<const Message> SetRequest::read(const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new SetRequest(payload));
+    return chanlink_detail::readValidated<SetRequest>(payload);
 }
 
 std::shared_ptr<const Message> SetRequest::newInstance(unsigned int channelId,

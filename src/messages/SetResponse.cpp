@@ -5,6 +5,8 @@
 #include "chanlink/wire/ByteVectorReader.h"
 #include "chanlink/wire/ByteVectorWriter.h"
 
+#include "ValidatedRead.h"
+
 SetResponse::SetResponse(std::vector<unsigned char> payload) : Message(std::move(payload)) {}
 
 bool SetResponse::validate(const std::vector<unsigned char>& payload) {
@@ -13,10 +15,7 @@ bool SetResponse::validate(const std::vector<unsigned char>& payload) {
 }
 
 std::shared_ptr<const Message> SetResponse::read(const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new SetResponse(payload));
+    return chanlink_detail::readValidated<SetResponse>(payload);
 }
 
 std::shared_ptr<const Message> SetResponse::newInstance(unsigned int channelId) {

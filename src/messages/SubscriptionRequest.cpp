@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "ValidatedRead.h"
+
 SubscriptionRequest::SubscriptionRequest(std::vector<unsigned char> payload)
     : ChannelListMessage(std::move(payload)) {}
 
@@ -11,10 +13,7 @@ bool SubscriptionRequest::validate(const std::vector<unsigned char>& payload) {
 
 std::shared_ptr<const Message> SubscriptionRequest::read(
     const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new SubscriptionRequest(payload));
+    return chanlink_detail::readValidated<SubscriptionRequest>(payload);
 }
 
 std::shared_ptr<const Message> SubscriptionRequest::newInstance(

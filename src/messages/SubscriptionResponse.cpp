@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "ValidatedRead.h"
+
 SubscriptionResponse::SubscriptionResponse(std::vector<unsigned char> payload)
     : ChannelListMessage(std::move(payload)) {}
 
@@ -11,10 +13,7 @@ bool SubscriptionResponse::validate(const std::vector<unsigned char>& payload) {
 
 std::shared_ptr<const Message> SubscriptionResponse::read(
     const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new SubscriptionResponse(payload));
+    return chanlink_detail::readValidated<SubscriptionResponse>(payload);
 }
 
 std::shared_ptr<const Message> SubscriptionResponse::newInstance(

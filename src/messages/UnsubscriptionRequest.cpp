@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "ValidatedRead.h"
+
 UnsubscriptionRequest::UnsubscriptionRequest(std::vector<unsigned char> payload)
     : ChannelListMessage(std::move(payload)) {}
 
@@ -11,10 +13,7 @@ bool UnsubscriptionRequest::validate(const std::vector<unsigned char>& payload) 
 
 std::shared_ptr<const Message> UnsubscriptionRequest::read(
     const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return createShared(new UnsubscriptionRequest(payload));
+    return chanlink_detail::readValidated<UnsubscriptionRequest>(payload);
 }
 
 std::shared_ptr<const Message> UnsubscriptionRequest::newInstance(

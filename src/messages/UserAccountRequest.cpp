@@ -16,10 +16,7 @@ bool UserAccountRequest::validate(const std::vector<unsigned char>& payload) {
 }
 
 std::shared_ptr<const Message> UserAccountRequest::read(const std::vector<unsigned char>& payload) {
-    if (!validate(payload)) {
-        return nullptr;
-    }
-    return buildSubMessage(payload);
+    return validate(payload) ? buildSubMessage(payload) : nullptr;
 }
 
 std::shared_ptr<const Message> UserAccountRequest::buildSubMessage(

@@ -274,14 +274,10 @@ void DeviceConnection::onSet(const SetRequest& request) {
     answeringSet = true;
     const unsigned char reason = store->setValue(channelId, request.getData());
     answeringSet = false;
-    if (reason == ReasonCode::Success) {
-        send(SetResponse::newInstance(channelId));
-    } else {
-        send(ErrorResponse::newInstance(SetRequest::Code, reason, channelId));
-    }
-    std::vector<std::shared_ptr<const Message>> pushes;
-    pushes.swap(heldPushes);
-    for (const auto& push : pushes) {
+    send(reason == ReasonCode::Success
+             ? SetResponse::newInstance(channelId)
+             : ErrorResponse::newInstance(SetRequest::Code, reason, channelId));
+    for (const auto& push : std::exchange(heldPushes, {})) {
         send(push);
     }
 }
@@ -340,9 +336,7 @@ void DeviceConnection::admit(const Message& request) {
 
 void DeviceConnection::release() {
     holdUntil.reset();
-    std::vector<std::vector<unsigned char>> held;
-    held.swap(heldRequests);
-    for (const auto& payload : held) {
+    for (const auto& payload : std::exchange(heldRequests, {})) {
         if (holdUntil || !isOpen()) {
             heldRequests.push_back(payload);  // a later login waits again
             continue;

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <utility>
 
@@ -47,10 +46,8 @@ std::string peerAddress(int socket) {
 }
 
 int toPollTimeout(std::chrono::milliseconds timeout) {
-    if (timeout.count() < 0) {
-        return -1;
-    }
-    return timeout.count() > INT_MAX ? INT_MAX : static_cast<int>(timeout.count());
+    return timeout.count() < 0 ? -1
+                               : static_cast<int>(std::min<long long>(timeout.count(), INT_MAX));
 }
 
 }  // namespace
@@ -190,9 +187,7 @@ void DeviceServer::shutdown() {
     for (const auto& connection : connections) {
         connection->close();
     }
-    std::vector<std::shared_ptr<DeviceConnection>> closing;
-    closing.swap(connections);
-    for (const auto& connection : closing) {
+    for (const auto& connection : std::exchange(connections, {})) {
         report(DeviceEvent::Closed, connection->getId(), "by the device");
     }
     listener.reset();

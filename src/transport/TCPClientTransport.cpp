@@ -27,14 +27,10 @@ void TCPClientTransport::releaseAddresses() {
 bool TCPClientTransport::updateHostInfo() {
     releaseAddresses();
     addrinfo hints{};
-    hints.ai_flags = 0;
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;
-    hints.ai_protocol = 0;
-    const int result = ::getaddrinfo(host.c_str(), service.c_str(), &hints, &addresses);
-    if (result != 0) {
+    if (::getaddrinfo(host.c_str(), service.c_str(), &hints, &addresses) != 0) {
         addresses = nullptr;  // not set by a failed call
-        return false;
     }
     return addresses != nullptr;
 }
@@ -103,21 +99,15 @@ void TCPClientTransport::tick() {
 int TCPClientTransport::read(void* buffer, int length) {
     if (state() == ConnectionOutcome::Connecting) {
         checkForConnectionComplete();
-        if (state() != ConnectionOutcome::Connected) {
-            return 0;
-        }
     }
-    return TCPTransport::read(buffer, length);
+    return TCPTransport::read(buffer, length);  // nothing unless connected
 }
 
 int TCPClientTransport::write(const void* buffer, int length) {
     if (state() == ConnectionOutcome::Connecting) {
         checkForConnectionComplete();
-        if (state() != ConnectionOutcome::Connected) {
-            return 0;
-        }
     }
-    return TCPTransport::write(buffer, length);
+    return TCPTransport::write(buffer, length);  // nothing unless connected
 }
 
 ConnectionOutcome::ConnectionStates TCPClientTransport::blockingConnect() {

@@ -23,7 +23,6 @@ TCPServerTransportBuilder::TCPServerTransportBuilder(const std::string& service,
     hints.ai_flags = host.empty() ? AI_PASSIVE : 0;
     hints.ai_family = AF_INET6;
     hints.ai_socktype = SOCK_STREAM;
-    hints.ai_protocol = 0;
     addrinfo* found = nullptr;
     const int result =
         ::getaddrinfo(host.empty() ? nullptr : host.c_str(), service.c_str(), &hints, &found);
@@ -35,27 +34,22 @@ TCPServerTransportBuilder::TCPServerTransportBuilder(const std::string& service,
     const std::unique_ptr<addrinfo, AddressListDeleter> addresses(found);
 
     socket = ::socket(found->ai_family, found->ai_socktype, found->ai_protocol);
+    const auto fail = [this](const char* message) {
+        std::cerr << message << std::endl;
+        closeImpl();
+    };
     const int reuse = 1;
-    if (::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0) {
-        std::cerr << "Cannot set reuseaddr socket option." << std::endl;
-        closeImpl();
-        return;
-    }
     const int v6Only = 0;
-    if (::setsockopt(socket, IPPROTO_IPV6, IPV6_V6ONLY, &v6Only, sizeof v6Only) != 0) {
-        std::cerr << "Cannot set IPv6v6only socket option." << std::endl;
-        closeImpl();
-        return;
-    }
-    if (::bind(socket, found->ai_addr, found->ai_addrlen) != 0) {
-        std::cerr << "Cannot bind listening socket." << std::endl;
-        closeImpl();
-        return;
-    }
-    // A backlog of one: peers connect one at a time and are accepted promptly.
-    if (::listen(socket, 1) != 0) {
-        std::cerr << "Cannot listen." << std::endl;
-        closeImpl();
+    // The listen at the end has a backlog of one: peers connect one at a time
+    // and are accepted promptly.
+    if (::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0) {
+        fail("Cannot set reuseaddr socket option.");
+    } else if (::setsockopt(socket, IPPROTO_IPV6, IPV6_V6ONLY, &v6Only, sizeof v6Only) != 0) {
+        fail("Cannot set IPv6v6only socket option.");
+    } else if (::bind(socket, found->ai_addr, found->ai_addrlen) != 0) {
+        fail("Cannot bind listening socket.");
+    } else if (::listen(socket, 1) != 0) {
+        fail("Cannot listen.");
     }
 }
 

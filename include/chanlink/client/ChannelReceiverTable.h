@@ -26,15 +26,12 @@ public:
     // Adds receiver to the channel's receivers (an empty or repeated one is
     // refused by the dispatcher, but the channel's entry is made). When the
     // channel had no entry, beforeFirst runs first, before the entry exists.
-    // True when the channel was new.
-    static bool add(Table& table, unsigned int channelId, ReceiverPtr receiver,
+    static void add(Table& table, unsigned int channelId, ReceiverPtr receiver,
                     const std::function<void()>& beforeFirst = {}) {
-        const bool first = table.find(channelId) == table.end();
-        if (first && beforeFirst) {
+        if (beforeFirst && table.find(channelId) == table.end()) {
             beforeFirst();
         }
         table[channelId].addReceiver(std::move(receiver));
-        return first;
     }
 
     // Removes receiver from the channel. When no receiver is left, beforeLast
@@ -67,16 +64,14 @@ public:
 
     // Takes the channel's receivers out of the table, then hands each the
     // item: a waiting receiver is answered once, and one that asks again
-    // starts a new wait. False when nobody waited.
-    static bool answer(Table& table, unsigned int channelId, const T& item) {
+    // starts a new wait. Nothing happens when nobody waited.
+    static void answer(Table& table, unsigned int channelId, const T& item) {
         const auto found = table.find(channelId);
-        if (found == table.end()) {
-            return false;
+        if (found != table.end()) {
+            Dispatcher<T> waiting = std::move(found->second);
+            table.erase(found);
+            waiting.receive(item);
         }
-        Dispatcher<T> waiting = std::move(found->second);
-        table.erase(found);
-        waiting.receive(item);
-        return true;
     }
 
     // Empties the table and returns what it held: receivers registered from

@@ -225,6 +225,9 @@ private:
     // Drops the session, answers what waited with reason and schedules the
     // next attempt.
     void connectionLost(unsigned char reason);
+    // Takes the session and transport away, closes the transport and mutes
+    // the session's relays; returns the session, for the caller to release.
+    std::shared_ptr<ClientSession> dropSession();
     void setState(State newState);
     // Answers every outstanding get and set with reason.
     void failOutstanding(unsigned char reason);
