@@ -255,13 +255,10 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
         }
         // Others could read --password even when the file's password wins.
         options.passwordOnCommandLine = tool::hasOption(arguments, "--password");
-        if (!passwordFile.empty()) {
-            std::string error;
-            const auto password = tool::readPasswordFile(passwordFile, error);
-            if (!password) {
-                throw CLI::ValidationError(error);
-            }
-            options.password = *password;
+        std::string error;
+        if (!passwordFile.empty() &&
+            !tool::readPasswordFile(passwordFile, options.password, error)) {
+            throw CLI::ValidationError(error);
         }
         const bool streams = options.command == Command::Watch || options.command == Command::Push;
         if (!streams && (options.count || options.duration)) {
