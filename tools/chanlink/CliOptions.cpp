@@ -23,10 +23,7 @@ namespace {
 // Nothing else is accepted: no sign, no spaces, no trailing characters.
 std::optional<std::uint32_t> parseChannelId(const std::string& text) {
     const auto value = tool::number(text, 0, std::numeric_limits<std::uint32_t>::max());
-    if (!value) {
-        return std::nullopt;
-    }
-    return static_cast<std::uint32_t>(*value);
+    return value ? std::optional<std::uint32_t>(static_cast<std::uint32_t>(*value)) : std::nullopt;
 }
 
 // Bytes written as hexadecimal digit pairs ("0A0B0C0D"), optionally after 0x;
@@ -59,7 +56,7 @@ std::optional<std::chrono::milliseconds> parseDuration(const std::string& text) 
     const auto found = unitMilliseconds.find(unit);
     const std::size_t point = number.find('.');
     if (found == unitMilliseconds.end() || number.empty() || number == "." ||
-        number.find('.', point == std::string::npos ? point : point + 1) != std::string::npos) {
+        std::count(number.begin(), number.end(), '.') > 1) {
         return std::nullopt;
     }
     constexpr std::uint64_t maxMilliseconds = 1000ULL * 1000 * 1000 * 1000;

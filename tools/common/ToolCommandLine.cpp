@@ -94,10 +94,7 @@ std::optional<std::string> nonEmpty(const std::string& text) {
 
 std::optional<std::string> portNumber(const std::string& text, std::uint64_t lowest) {
     const auto value = decimalNumber(text, lowest, 65535);
-    if (!value) {
-        return std::nullopt;
-    }
-    return std::to_string(*value);
+    return value ? std::optional<std::string>(std::to_string(*value)) : std::nullopt;
 }
 
 std::optional<int> parseCommandLine(CLI::App& app, std::vector<std::string> arguments,
