@@ -6,6 +6,8 @@
 #include <set>
 #include <sstream>
 
+#include "ToolCommandLine.h"
+
 namespace {
 
 const char* const DefaultTable =
@@ -16,52 +18,17 @@ const char* const DefaultTable =
     "4     1     00                ro      toggle:300:4  status\n"
     "5     8     6368616e6c696e6b  ro      -             name\n";
 
-// A whole decimal (or 0x hexadecimal) number within [low, high].
-bool parseNumber(const std::string& text, unsigned long long low, unsigned long long high,
-                 unsigned long long& value) {
-    if (text.empty()) {
-        return false;
-    }
-    const bool hexadecimal =
-        text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-    const std::string digits = hexadecimal ? text.substr(2) : text;
-    const unsigned base = hexadecimal ? 16 : 10;
-    value = 0;
-    for (char c : digits) {
-        unsigned digit;
-        if (c >= '0' && c <= '9') {
-            digit = static_cast<unsigned>(c - '0');
-        } else if (base == 16 && c >= 'a' && c <= 'f') {
-            digit = static_cast<unsigned>(c - 'a' + 10);
-        } else if (base == 16 && c >= 'A' && c <= 'F') {
-            digit = static_cast<unsigned>(c - 'A' + 10);
-        } else {
-            return false;
-        }
-        if (digit > high || value > (high - digit) / base) {
-            return false;
-        }
-        value = value * base + digit;
-    }
-    return !digits.empty() && value >= low;
-}
-
+// Exactly size bytes as hexadecimal digit pairs, or "-" for zeros.
 bool parseHex(const std::string& text, std::size_t size, std::vector<unsigned char>& bytes) {
     if (text == "-") {
         bytes.assign(size, 0);
         return true;
     }
-    if (text.size() != 2 * size) {
+    auto parsed = tool::hexBytes(text, "");
+    if (text.size() != 2 * size || !parsed) {
         return false;
     }
-    bytes.clear();
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        unsigned long long byte;
-        if (!parseNumber("0x" + text.substr(i, 2), 0, 255, byte)) {
-            return false;
-        }
-        bytes.push_back(static_cast<unsigned char>(byte));
-    }
+    bytes = std::move(*parsed);
     return true;
 }
 
@@ -76,23 +43,26 @@ std::string parseLive(const std::string& text, ChannelSpec& spec) {
         parts.push_back(part);
     }
     const std::size_t maxBits = spec.initial.size() * 8;
-    unsigned long long period = 0;
-    unsigned long long bits = maxBits;
+    std::optional<std::uint64_t> bits = maxBits;
     if (parts.size() == 2 && parts[0] == "counter") {
         spec.live = ChannelSpec::Counter;
     } else if ((parts.size() == 2 || parts.size() == 3) && parts[0] == "toggle") {
         spec.live = ChannelSpec::Toggle;
-        if (parts.size() == 3 && !parseNumber(parts[2], 1, maxBits, bits)) {
+        if (parts.size() == 3) {
+            bits = tool::number(parts[2], 1, maxBits);
+        }
+        if (!bits) {
             return "toggle bits must be 1 to " + std::to_string(maxBits) + " (8 per byte)";
         }
     } else {
         return "live behaviour must be -, counter:MS or toggle:MS[:BITS], not '" + text + "'";
     }
-    if (!parseNumber(parts[1], 1, 86400000, period)) {
+    const auto period = tool::number(parts[1], 1, 86400000);
+    if (!period) {
         return "period must be 1 to 86400000 milliseconds, not '" + parts[1] + "'";
     }
-    spec.period = std::chrono::milliseconds(period);
-    spec.bits = spec.live == ChannelSpec::Toggle ? static_cast<unsigned int>(bits) : 0;
+    spec.period = std::chrono::milliseconds(*period);
+    spec.bits = spec.live == ChannelSpec::Toggle ? static_cast<unsigned int>(*bits) : 0;
     return "";
 }
 
@@ -101,17 +71,17 @@ std::string parseLine(const std::vector<std::string>& fields, ChannelSpec& spec)
     if (fields.size() < 5 || fields.size() > 6) {
         return "expected: id size initial access live [name]";
     }
-    unsigned long long id;
-    if (!parseNumber(fields[0], 0, std::numeric_limits<unsigned int>::max(), id)) {
+    const auto id = tool::number(fields[0], 0, std::numeric_limits<unsigned int>::max());
+    if (!id) {
         return "id must be a number from 0 to 4294967295, not '" + fields[0] + "'";
     }
-    unsigned long long size;
-    if (!parseNumber(fields[1], 1, MemoryChannelStore::MaxChannelSize, size)) {
+    const auto size = tool::number(fields[1], 1, MemoryChannelStore::MaxChannelSize);
+    if (!size) {
         return "size must be 1 to 65535 bytes, not '" + fields[1] + "'";
     }
-    spec.id = static_cast<unsigned int>(id);
-    if (!parseHex(fields[2], size, spec.initial)) {
-        return "initial value must be - or exactly " + std::to_string(2 * size) +
+    spec.id = static_cast<unsigned int>(*id);
+    if (!parseHex(fields[2], *size, spec.initial)) {
+        return "initial value must be - or exactly " + std::to_string(2 * *size) +
                " hex digits, not '" + fields[2] + "'";
     }
     if (fields[3] != "rw" && fields[3] != "ro") {

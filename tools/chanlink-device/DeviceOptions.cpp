@@ -1,7 +1,6 @@
 #include "DeviceOptions.h"
 
 #include <chrono>
-#include <optional>
 
 #include "ToolCommandLine.h"
 
@@ -18,10 +17,7 @@ void DeviceOptions::addTo(CLI::App& app) {
             return text.size() <= 255 ? std::string() : "at most 255 bytes, as a login carries it";
         },
         "");
-    const auto clients = [](const std::string& text) -> std::optional<std::size_t> {
-        const auto value = tool::decimalNumber(text, 0, 1000000);
-        return value ? std::optional<std::size_t>(static_cast<std::size_t>(*value)) : std::nullopt;
-    };
+    const auto clients = tool::decimalAs<std::size_t>(0, 1000000);
     tool::addParsed(
         app, "--port", port, [](const std::string& text) { return tool::portNumber(text, 0); },
         "a port (0 to 65535)",
@@ -42,13 +38,7 @@ void DeviceOptions::addTo(CLI::App& app) {
     app.add_option("--password-file", passwordFile, "read the password from the first line of FILE")
         ->type_name("FILE");
     tool::addParsed(
-        app, "--login-timeout", loginTimeout,
-        [](const std::string& text) -> std::optional<std::chrono::milliseconds> {
-            const auto seconds = tool::decimalNumber(text, 0, 86400);
-            return seconds ? std::optional<std::chrono::milliseconds>(
-                                 std::chrono::seconds(static_cast<long>(*seconds)))
-                           : std::nullopt;
-        },
+        app, "--login-timeout", loginTimeout, tool::decimalAs<std::chrono::seconds>(0, 86400),
         "a number of seconds from 0 to 86400",
         "drop a connection not logged in within this many seconds (default 10; 0: never)")
         ->type_name("SECONDS");
@@ -75,12 +65,8 @@ void DeviceOptions::addTo(CLI::App& app) {
     app.add_option("--channels", channelsFile,
                    "channel table to serve (default: the built-in table)")
         ->type_name("FILE");
-    tool::addParsed(
-        app, "--capture", captureFile,
-        [](const std::string& text) {
-            return text.empty() ? std::nullopt : std::optional<std::string>(text);
-        },
-        "a file name", "record every connection into FILE, a pcap file (passwords masked)")
+    tool::addParsed(app, "--capture", captureFile, tool::nonEmpty, "a file name",
+                    "record every connection into FILE, a pcap file (passwords masked)")
         ->type_name("FILE");
     app.add_flag("--capture-credentials", captureCredentials,
                  "with --capture: record login passwords as sent");

@@ -54,10 +54,7 @@ std::chrono::milliseconds untilNextChange(const std::vector<LiveChannel>& live,
     if (next == Clock::time_point::max()) {
         return std::chrono::milliseconds(-1);
     }
-    if (next <= now) {
-        return std::chrono::milliseconds(0);
-    }
-    return std::chrono::ceil<std::chrono::milliseconds>(next - now);
+    return std::chrono::ceil<std::chrono::milliseconds>(std::max(next, now) - now);
 }
 
 }  // namespace
@@ -77,14 +74,11 @@ int main(int argc, char** argv) {
         say("warning: other users of this machine can read --password; use --password-file or "
             "CHANLINK_DEVICE_PASSWORD");
     }
-    if (!options.passwordFile.empty()) {
-        std::string error;
-        const auto password = tool::readPasswordFile(options.passwordFile, error);
-        if (!password) {
-            say(error);
-            return tool::UsageStatus;
-        }
-        options.password = *password;
+    std::string error;  // why a step below cannot go on
+    if (!options.passwordFile.empty() &&
+        !tool::readPasswordFile(options.passwordFile, options.password, error)) {
+        say(error);
+        return tool::UsageStatus;
     }
     const auto channels = loadChannels(options);
     if (!channels) {
@@ -106,7 +100,6 @@ int main(int argc, char** argv) {
     std::string transport;  // empty for plain TCP
 #ifdef CHANLINK_WITH_TLS
     if (!options.tlsCertificate.empty()) {
-        std::string error;
         const auto context = TLSContext::forServer(
             {options.tlsCertificate, options.tlsKey, options.tlsClientCa}, error);
         if (!context) {
@@ -121,7 +114,6 @@ int main(int argc, char** argv) {
     server.setEventReceiver(
         makeReceiver<DeviceEvent>([](const DeviceEvent& event) { say(event.describe()); }));
     if (!options.captureFile.empty()) {
-        std::string error;
         auto capture = PcapWriter::open(options.captureFile, error);
         if (!capture) {
             say(error);

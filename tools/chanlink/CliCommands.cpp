@@ -25,8 +25,12 @@ struct Printer {
 
     // Flushed at once, so that a reader of a pipe sees each line as it comes.
     void line(const std::string& text) const { out << text << '\n' << std::flush; }
-    int fail(const Failure& failure) const {
-        err << "chanlink: " << failure.message << '\n' << std::flush;
+    // Ends a command: the failure's line, if there is one, and its exit code
+    // (Success for none).
+    int finish(const Failure& failure) const {
+        if (failure) {
+            err << "chanlink: " << failure.message << '\n' << std::flush;
+        }
         return failure.code;
     }
     // A refused operation: the error line, and in JSON also a result object.
@@ -49,7 +53,7 @@ struct LineBudget {
 int runGet(Connection& connection, const Options& options, const Printer& print) {
     std::vector<GetOutcome> outcomes;
     if (const Failure failure = connection.get(options.channels, outcomes)) {
-        return print.fail(failure);
+        return print.finish(failure);
     }
     int code = ExitCode::Success;
     for (std::size_t i = 0; i < outcomes.size(); ++i) {
@@ -67,7 +71,7 @@ int runSet(Connection& connection, const Options& options, const Printer& print)
     const std::uint32_t id = options.channels.front();
     std::optional<SetOutcome> outcome;
     if (const Failure failure = connection.set(id, options.data, outcome)) {
-        return print.fail(failure);
+        return print.finish(failure);
     }
     if (!outcome->getSuccess()) {
         print.refused("set", id, outcome->getReasonCode());
@@ -96,7 +100,7 @@ int runWatch(Connection& connection, const Options& options, const Printer& prin
     }
     std::vector<GetOutcome> outcomes;
     if (const Failure failure = connection.get(options.channels, outcomes, "watch")) {
-        return print.fail(failure);
+        return print.finish(failure);
     }
     int code = ExitCode::Success;
     for (std::size_t i = 0; i < outcomes.size(); ++i) {
@@ -108,27 +112,26 @@ int runWatch(Connection& connection, const Options& options, const Printer& prin
     if (code != ExitCode::Success) {
         return code;
     }
-    if (const Failure failure =
-            connection.stream([&budget] { return budget.exhausted(); }, options.duration)) {
-        return print.fail(failure);
-    }
-    return ExitCode::Success;
+    return print.finish(
+        connection.stream([&budget] { return budget.exhausted(); }, options.duration));
 }
 
-// printer prints each pushed value it receives.
 int runPush(Connection& connection, const Options& options, const Printer& print,
-            const LineBudget& budget, const std::shared_ptr<Receiver<GetOutcome>>& printer) {
+            LineBudget& budget) {
+    const auto printer = makeReceiver<GetOutcome>([&print, &budget](const GetOutcome& value) {
+        if (value.getSuccess() && !budget.exhausted()) {
+            print.line(formatValue("push", value, print.format));
+            ++budget.used;
+        }
+    });
     if (options.channels.empty()) {
         connection.session().addPushReceiver(printer);  // every channel
     }
     for (std::uint32_t id : options.channels) {
         connection.session().addPushSubscription(id, printer);
     }
-    if (const Failure failure =
-            connection.stream([&budget] { return budget.exhausted(); }, options.duration)) {
-        return print.fail(failure);
-    }
-    return ExitCode::Success;
+    return print.finish(
+        connection.stream([&budget] { return budget.exhausted(); }, options.duration));
 }
 
 }  // namespace
@@ -137,13 +140,6 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
     using Command = Options::Command;
     const Printer print{out, err, options.json ? Format::Json : Format::Plain};
     LineBudget budget{options.count};
-
-    const auto pushPrinter = makeReceiver<GetOutcome>([&print, &budget](const GetOutcome& value) {
-        if (value.getSuccess() && !budget.exhausted()) {
-            print.line(formatValue("push", value, print.format));
-            ++budget.used;
-        }
-    });
     if (options.passwordOnCommandLine) {
         err << "chanlink: warning: other users of this machine can read --password; use "
                "--password-file or CHANLINK_PASSWORD\n";
@@ -162,7 +158,7 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
     err << std::flush;
     Connection connection(options);
     if (const Failure failure = connection.open()) {
-        return print.fail(failure);
+        return print.finish(failure);
     }
     switch (options.command) {
         case Command::Get:
@@ -172,7 +168,7 @@ int runCommand(const Options& options, std::ostream& out, std::ostream& err) {
         case Command::Watch:
             return runWatch(connection, options, print, budget);
         case Command::Push:
-            return runPush(connection, options, print, budget, pushPrinter);
+            return runPush(connection, options, print, budget);
     }
     return ExitCode::UsageError;
 }

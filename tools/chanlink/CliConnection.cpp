@@ -12,19 +12,7 @@
 
 namespace cli {
 
-namespace {
-
-std::string idList(const std::vector<std::uint32_t>& ids) {
-    std::string text;
-    for (std::uint32_t id : ids) {
-        text += (text.empty() ? "" : " ") + std::to_string(id);
-    }
-    return text;
-}
-
-}  // namespace
-
-Connection::Connection(Options options) : options(std::move(options)) {
+Connection::Connection(Options given) : options(std::move(given)) {
     auto connected = makeReceiver<ConnectionOutcome>([this](const ConnectionOutcome& outcome) {
         if (outcome.getState() == ConnectionOutcome::Connected) {
             everConnected = true;
@@ -32,40 +20,38 @@ Connection::Connection(Options options) : options(std::move(options)) {
     });
     std::shared_ptr<Transport> transport;
 #ifdef CHANLINK_WITH_TLS
-    if (this->options.tls) {
+    if (options.tls) {
         TLSClientSettings settings;
-        settings.caFile = this->options.caFile;
-        settings.certificateFile = this->options.certificateFile;
-        settings.keyFile = this->options.keyFile;
-        settings.verifyPeer = !this->options.insecure;
-        tls = std::make_shared<TLSClientTransport>(this->options.host, this->options.port,
-                                                   connected, settings);
+        settings.caFile = options.caFile;
+        settings.certificateFile = options.certificateFile;
+        settings.keyFile = options.keyFile;
+        settings.verifyPeer = !options.insecure;
+        tls = std::make_shared<TLSClientTransport>(options.host, options.port, connected, settings);
         transport = tls;
     }
 #endif
     if (!transport) {
-        tcp =
-            std::make_shared<TCPClientTransport>(this->options.host, this->options.port, connected);
+        tcp = std::make_shared<TCPClientTransport>(options.host, options.port, connected);
         transport = tcp;
     }
-    if (!this->options.captureFile.empty()) {
+    if (!options.captureFile.empty()) {
         std::string error;
         // A write error later is reported on standard error by the writer itself.
-        if (auto file = PcapWriter::open(this->options.captureFile, error)) {
+        if (auto file = PcapWriter::open(options.captureFile, error)) {
             transport = std::make_shared<CaptureTransport>(
-                transport, file, CaptureStream::Side::Client, this->options.captureCredentials);
+                transport, file, CaptureStream::Side::Client, options.captureCredentials);
         } else {
             captureFailure = {ExitCode::UsageError, error};
         }
     }
     clientSession = ClientSessionBuilder()
                         .setTransport(transport)
-                        .setUsername(this->options.user)
-                        .setPassword(this->options.password)
+                        .setUsername(options.user)
+                        .setPassword(options.password)
                         .build();
     waiter.setEndOnConnectionLoss(true);
     waiter.setStopCheck(tool::stopRequested);
-    waiter.setMaxUndecodedBytes(this->options.maxFrame);
+    waiter.setMaxUndecodedBytes(options.maxFrame);
 }
 
 Connection::~Connection() {
@@ -133,13 +119,13 @@ Failure Connection::get(const std::vector<std::uint32_t>& ids, std::vector<GetOu
     };
     const Result result = waiter.tickUntil(*clientSession, allAnswered, options.timeout);
     if (result != Result::Done) {
-        std::vector<std::uint32_t> missing;
+        std::string missing;  // "3 5"
         for (std::size_t i = 0; i < ids.size(); ++i) {
             if (!(*answers)[i]) {
-                missing.push_back(ids[i]);
+                missing += (missing.empty() ? "" : " ") + std::to_string(ids[i]);
             }
         }
-        return waitFailure(result, command + " " + idList(missing));
+        return waitFailure(result, command + " " + missing);
     }
     outcomes.clear();
     for (auto& answer : *answers) {

@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cctype>
+#include <algorithm>
 #include <cstddef>
 #include <limits>
 #include <map>
@@ -19,32 +19,84 @@ namespace cli {
 
 namespace {
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
+// A channel id: decimal, or hexadecimal after 0x (or 0X), up to 2^32 - 1.
+// Nothing else is accepted: no sign, no spaces, no trailing characters.
+std::optional<std::uint32_t> parseChannelId(const std::string& text) {
+    const auto value = tool::number(text, 0, std::numeric_limits<std::uint32_t>::max());
+    return value ? std::optional<std::uint32_t>(static_cast<std::uint32_t>(*value)) : std::nullopt;
 }
 
-bool hasHexPrefix(const std::string& text) {
-    return text.size() >= 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-}
-
-// Digits in the given base, accumulated without ever exceeding limit.
-std::optional<std::uint64_t> parseUnsigned(const std::string& digits, unsigned int base,
-                                           std::uint64_t limit) {
-    if (digits.empty()) {
+// Bytes written as hexadecimal digit pairs ("0A0B0C0D"), optionally after 0x;
+// spaces, ':' and '-' between pairs are ignored ("0a:0b", "0A 0B"). Empty
+// when there are no digits, an odd number of them, or another character.
+std::optional<std::vector<unsigned char>> parseHexData(const std::string& text) {
+    auto bytes = tool::hexBytes(text.substr(tool::hasHexPrefix(text) ? 2 : 0), " :-");
+    if (!bytes || bytes->empty()) {
         return std::nullopt;
     }
-    std::uint64_t value = 0;
-    for (char c : digits) {
-        const int digit = tool::hexDigit(c);
-        if (digit < 0 || static_cast<unsigned int>(digit) >= base) {
-            return std::nullopt;
-        }
-        if (value > (limit - static_cast<std::uint64_t>(digit)) / base) {
-            return std::nullopt;
-        }
-        value = value * base + static_cast<std::uint64_t>(digit);
+    return bytes;
+}
+
+// text split where its leading characters from numberCharacters end: the
+// number and its unit ("1.5s" is "1.5" and "s").
+std::pair<std::string, std::string> splitUnit(const std::string& text,
+                                              const char* numberCharacters) {
+    const std::size_t end = std::min(text.find_first_not_of(numberCharacters), text.size());
+    return {text.substr(0, end), text.substr(end)};
+}
+
+// A positive duration: a decimal number, optionally with a fraction, and a
+// unit ms, s or m; seconds when there is none ("5", "500ms", "2s", "1.5s").
+// Rounded down to whole milliseconds; empty when that is zero, when it is
+// longer than a billion seconds, or when the text is anything else.
+std::optional<std::chrono::milliseconds> parseDuration(const std::string& text) {
+    const auto [number, unit] = splitUnit(text, "0123456789.");
+    static const std::map<std::string, std::uint64_t> unitMilliseconds = {
+        {"", 1000}, {"ms", 1}, {"s", 1000}, {"m", 60000}};
+    const auto found = unitMilliseconds.find(unit);
+    const std::size_t point = number.find('.');
+    if (found == unitMilliseconds.end() || number.empty() || number == "." ||
+        std::count(number.begin(), number.end(), '.') > 1) {
+        return std::nullopt;
     }
-    return value;
+    constexpr std::uint64_t maxMilliseconds = 1000ULL * 1000 * 1000 * 1000;
+    const std::string whole = number.substr(0, point);
+    const std::string fraction = point == std::string::npos ? "" : number.substr(point + 1);
+    const auto wholeValue = whole.empty() ? std::optional<std::uint64_t>(0)
+                                          : tool::decimalNumber(whole, 0, maxMilliseconds);
+    if (!wholeValue || *wholeValue > maxMilliseconds / found->second) {
+        return std::nullopt;
+    }
+    std::uint64_t milliseconds = *wholeValue * found->second;
+    // The fraction adds at most one unit; digits below a millisecond are dropped.
+    std::uint64_t scale = found->second;
+    for (char digit : fraction) {
+        milliseconds += static_cast<std::uint64_t>(digit - '0') * scale / 10;
+        scale /= 10;
+    }
+    if (milliseconds == 0 || milliseconds > maxMilliseconds) {
+        return std::nullopt;
+    }
+    return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(milliseconds));
+}
+
+// A size in bytes, with an optional K, M or G suffix (powers of 1024; "KiB",
+// "MiB" and "GiB" too): "65536", "64K", "16MiB". At least 1.
+std::optional<std::size_t> parseSize(const std::string& text) {
+    const auto [digits, suffix] = splitUnit(text, "0123456789");
+    static const std::map<std::string, std::size_t> units = {
+        {"", 1},          {"K", 1 << 10}, {"KiB", 1 << 10}, {"M", 1 << 20},
+        {"MiB", 1 << 20}, {"G", 1 << 30}, {"GiB", 1 << 30}};
+    const auto unit = units.find(suffix);
+    if (unit == units.end()) {
+        return std::nullopt;
+    }
+    const auto number =
+        tool::decimalNumber(digits, 1, std::numeric_limits<std::size_t>::max() / unit->second);
+    if (!number) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(*number) * unit->second;
 }
 
 constexpr const char* Footer =
@@ -61,12 +113,8 @@ void addChannelIds(CLI::App& command, std::vector<std::uint32_t>& channels, bool
             "ID",
             [&channels](const std::vector<std::string>& texts) {
                 for (const std::string& text : texts) {
-                    const auto id = parseChannelId(text);
-                    if (!id) {
-                        throw CLI::ValidationError("ID",
-                                                   "'" + text + "' is not " + ChannelIdMeaning);
-                    }
-                    channels.push_back(*id);
+                    channels.push_back(
+                        tool::parsedOrThrow("ID", parseChannelId, text, ChannelIdMeaning));
                 }
             },
             "channel ids")
@@ -97,16 +145,9 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
     app.footer(Footer);
     app.formatter(std::make_shared<Formatter>());
 
-    // Also a file name: anything but empty.
-    const auto host = [](const std::string& text) {
-        return text.empty() ? std::nullopt : std::optional<std::string>(text);
-    };
     const auto port = [](const std::string& text) { return tool::portNumber(text, 1); };
-    const auto count = [](const std::string& text) {
-        return tool::decimalNumber(text, 1, std::numeric_limits<std::uint64_t>::max());
-    };
     const std::string duration = "a duration (e.g. 5, 500ms, 2s)";
-    tool::addParsed(app, "--host", options.host, host, "a host name or address",
+    tool::addParsed(app, "--host", options.host, tool::nonEmpty, "a host name or address",
                     "device address (default localhost)")
         ->type_name("HOST");
     tool::addParsed(app, "--port", options.port, port, "a port (1 to 65535)",
@@ -144,14 +185,15 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
                     "a size (e.g. 65536, 64K, 16M)",
                     "close the connection when the device sends a larger frame (default 16M)")
         ->type_name("SIZE");
-    tool::addParsed(app, "--count", options.count, count, "a positive count",
-                    "watch, push: stop after N lines")
+    tool::addParsed(app, "--count", options.count,
+                    tool::decimalAs<std::uint64_t>(1, std::numeric_limits<std::uint64_t>::max()),
+                    "a positive count", "watch, push: stop after N lines")
         ->type_name("N");
     tool::addParsed(app, "--seconds", options.duration, parseDuration, duration,
                     "watch, push: stop after this long")
         ->type_name("DURATION");
     app.add_flag("--json", options.json, "one JSON object per line");
-    tool::addParsed(app, "--capture", options.captureFile, host, "a file name",
+    tool::addParsed(app, "--capture", options.captureFile, tool::nonEmpty, "a file name",
                     "record the connection into FILE, a pcap file (password masked)")
         ->type_name("FILE");
     app.add_flag("--capture-credentials", options.captureCredentials,
@@ -210,13 +252,10 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
         }
         // Others could read --password even when the file's password wins.
         options.passwordOnCommandLine = tool::hasOption(arguments, "--password");
-        if (!passwordFile.empty()) {
-            std::string error;
-            const auto password = tool::readPasswordFile(passwordFile, error);
-            if (!password) {
-                throw CLI::ValidationError(error);
-            }
-            options.password = *password;
+        std::string error;
+        if (!passwordFile.empty() &&
+            !tool::readPasswordFile(passwordFile, options.password, error)) {
+            throw CLI::ValidationError(error);
         }
         const bool streams = options.command == Command::Watch || options.command == Command::Push;
         if (!streams && (options.count || options.duration)) {
@@ -228,84 +267,6 @@ ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostre
         return ParseResult{std::nullopt, *exitCode};
     }
     return ParseResult{options, 0};
-}
-
-std::optional<std::uint32_t> parseChannelId(const std::string& text) {
-    const bool hex = hasHexPrefix(text);
-    const auto value = parseUnsigned(hex ? text.substr(2) : text, hex ? 16 : 10,
-                                     std::numeric_limits<std::uint32_t>::max());
-    if (!value) {
-        return std::nullopt;
-    }
-    return static_cast<std::uint32_t>(*value);
-}
-
-std::optional<std::vector<unsigned char>> parseHexData(const std::string& text) {
-    auto bytes = tool::hexBytes(text.substr(hasHexPrefix(text) ? 2 : 0), " :-");
-    if (!bytes || bytes->empty()) {
-        return std::nullopt;
-    }
-    return bytes;
-}
-
-std::optional<std::chrono::milliseconds> parseDuration(const std::string& text) {
-    std::size_t end = 0;
-    while (end < text.size() && (isDigit(text[end]) || text[end] == '.')) {
-        ++end;
-    }
-    const std::string number = text.substr(0, end);
-    const std::string unit = text.substr(end);
-    static const std::map<std::string, std::uint64_t> unitMilliseconds = {
-        {"", 1000}, {"ms", 1}, {"s", 1000}, {"m", 60000}};
-    const auto found = unitMilliseconds.find(unit);
-    const std::size_t point = number.find('.');
-    if (found == unitMilliseconds.end() || number.empty() || number == "." ||
-        number.find('.', point == std::string::npos ? point : point + 1) != std::string::npos) {
-        return std::nullopt;
-    }
-    constexpr std::uint64_t maxMilliseconds = 1000ULL * 1000 * 1000 * 1000;
-    const std::string whole = number.substr(0, point);
-    const std::string fraction = point == std::string::npos ? "" : number.substr(point + 1);
-    const auto wholeValue =
-        whole.empty() ? std::optional<std::uint64_t>(0) : parseUnsigned(whole, 10, maxMilliseconds);
-    if (!wholeValue || *wholeValue > maxMilliseconds / found->second) {
-        return std::nullopt;
-    }
-    std::uint64_t milliseconds = *wholeValue * found->second;
-    // The fraction adds at most one unit; digits below a millisecond are dropped.
-    std::uint64_t scale = found->second;
-    for (char digit : fraction) {
-        milliseconds += static_cast<std::uint64_t>(digit - '0') * scale / 10;
-        scale /= 10;
-    }
-    if (milliseconds == 0 || milliseconds > maxMilliseconds) {
-        return std::nullopt;
-    }
-    return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(milliseconds));
-}
-
-std::optional<std::size_t> parseSize(const std::string& text) {
-    std::size_t digits = 0;
-    while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits]))) {
-        ++digits;
-    }
-    const std::string suffix = text.substr(digits);
-    std::size_t unit = 1;
-    if (suffix == "K" || suffix == "KiB") {
-        unit = 1024;
-    } else if (suffix == "M" || suffix == "MiB") {
-        unit = 1024 * 1024;
-    } else if (suffix == "G" || suffix == "GiB") {
-        unit = 1024 * 1024 * 1024;
-    } else if (!suffix.empty()) {
-        return std::nullopt;
-    }
-    const auto number = tool::decimalNumber(text.substr(0, digits), 1,
-                                            std::numeric_limits<std::size_t>::max() / unit);
-    if (!number) {
-        return std::nullopt;
-    }
-    return static_cast<std::size_t>(*number) * unit;
 }
 
 }  // namespace cli

@@ -68,23 +68,4 @@ struct ParseResult {
 ParseResult parseArguments(const std::vector<std::string>& arguments, std::ostream& out,
                            std::ostream& err);
 
-// A channel id: decimal, or hexadecimal after 0x (or 0X), up to 2^32 - 1.
-// Nothing else is accepted: no sign, no spaces, no trailing characters.
-std::optional<std::uint32_t> parseChannelId(const std::string& text);
-
-// Bytes written as hexadecimal digit pairs ("0A0B0C0D"), optionally after 0x;
-// spaces, ':' and '-' between pairs are ignored ("0a:0b", "0A 0B"). Empty
-// when there are no digits, an odd number of them, or another character.
-std::optional<std::vector<unsigned char>> parseHexData(const std::string& text);
-
-// A size in bytes, with an optional K, M or G suffix (powers of 1024; "KiB",
-// "MiB" and "GiB" too): "65536", "64K", "16MiB". At least 1.
-std::optional<std::size_t> parseSize(const std::string& text);
-
-// A positive duration: a decimal number, optionally with a fraction, and a
-// unit ms, s or m; seconds when there is none ("5", "500ms", "2s", "1.5s").
-// Rounded down to whole milliseconds; empty when that is zero, when it is
-// longer than a billion seconds, or when the text is anything else.
-std::optional<std::chrono::milliseconds> parseDuration(const std::string& text);
-
 }  // namespace cli

@@ -45,11 +45,8 @@ std::string describeDuration(std::chrono::milliseconds duration) {
 
 std::string reasonText(unsigned char reasonCode) {
     const char* name = ReasonCode::name(reasonCode);
-    const std::string description = ReasonCode::describe(reasonCode);
-    if (name == nullptr) {
-        return "reason " + std::to_string(reasonCode) + " (" + description + ")";
-    }
-    return std::string(name) + " (" + description + ")";
+    return (name != nullptr ? std::string(name) : "reason " + std::to_string(reasonCode)) + " (" +
+           ReasonCode::describe(reasonCode) + ")";
 }
 
 std::string failureMessage(const std::string& command, std::uint32_t channelId,
@@ -60,9 +57,8 @@ std::string failureMessage(const std::string& command, std::uint32_t channelId,
 }
 
 std::string formatValue(const std::string& command, const GetOutcome& outcome, Format format) {
-    const std::string channel = std::to_string(outcome.getChannelId());
     if (format == Format::Plain) {
-        return channel + " " + hexBytes(outcome.getData());
+        return std::to_string(outcome.getChannelId()) + " " + hexBytes(outcome.getData());
     }
     Json object = {{"command", command}, {"channel", outcome.getChannelId()}};
     if (command == "get") {
@@ -75,9 +71,8 @@ std::string formatValue(const std::string& command, const GetOutcome& outcome, F
 
 std::string formatSet(std::uint32_t channelId, const std::vector<unsigned char>& data,
                       Format format) {
-    const std::string channel = std::to_string(channelId);
     if (format == Format::Plain) {
-        return channel + " set to " + hexBytes(data);
+        return std::to_string(channelId) + " set to " + hexBytes(data);
     }
     return line(
         {{"command", "set"}, {"channel", channelId}, {"ok", true}, {"data", hexBytes(data)}});

@@ -1,7 +1,6 @@
 #include "ToolCommandLine.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace tool {
 
@@ -49,34 +48,53 @@ std::optional<std::vector<unsigned char>> hexBytes(const std::string& text,
     return bytes;
 }
 
-std::optional<std::uint64_t> decimalNumber(const std::string& text, std::uint64_t lowest,
-                                           std::uint64_t highest) {
-    if (text.empty()) {
+namespace {
+
+// Digits in the given base, accumulated without ever exceeding highest.
+std::optional<std::uint64_t> digitsIn(unsigned int base, const std::string& digits,
+                                      std::uint64_t lowest, std::uint64_t highest) {
+    if (digits.empty()) {
         return std::nullopt;
     }
     std::uint64_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') {
+    for (char c : digits) {
+        const auto digit = static_cast<std::uint64_t>(hexDigit(c));
+        // Any other character's -1 turns into the largest number of all.
+        if (digit >= base || digit > highest || value > (highest - digit) / base) {
             return std::nullopt;
         }
-        const auto digit = static_cast<std::uint64_t>(c - '0');
-        if (value > (std::numeric_limits<std::uint64_t>::max() - digit) / 10) {
-            return std::nullopt;
-        }
-        value = value * 10 + digit;
+        value = value * base + digit;
     }
-    if (value < lowest || value > highest) {
+    if (value < lowest) {
         return std::nullopt;
     }
     return value;
 }
 
+}  // namespace
+
+bool hasHexPrefix(const std::string& text) {
+    return text.size() >= 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+}
+
+std::optional<std::uint64_t> decimalNumber(const std::string& text, std::uint64_t lowest,
+                                           std::uint64_t highest) {
+    return digitsIn(10, text, lowest, highest);
+}
+
+std::optional<std::uint64_t> number(const std::string& text, std::uint64_t lowest,
+                                    std::uint64_t highest) {
+    return hasHexPrefix(text) ? digitsIn(16, text.substr(2), lowest, highest)
+                              : digitsIn(10, text, lowest, highest);
+}
+
+std::optional<std::string> nonEmpty(const std::string& text) {
+    return text.empty() ? std::nullopt : std::optional<std::string>(text);
+}
+
 std::optional<std::string> portNumber(const std::string& text, std::uint64_t lowest) {
     const auto value = decimalNumber(text, lowest, 65535);
-    if (!value) {
-        return std::nullopt;
-    }
-    return std::to_string(*value);
+    return value ? std::optional<std::string>(std::to_string(*value)) : std::nullopt;
 }
 
 std::optional<int> parseCommandLine(CLI::App& app, std::vector<std::string> arguments,

@@ -8,12 +8,12 @@
 
 namespace tool {
 
-std::optional<std::string> readPasswordFile(const std::string& path, std::string& error) {
+bool readPasswordFile(const std::string& path, std::string& password, std::string& error) {
     std::ifstream file(path, std::ios::binary);
-    std::string password;
+    password.clear();
     if (!file || (!std::getline(file, password) && !file.eof())) {
         error = "cannot read the password file " + path;
-        return std::nullopt;
+        return false;
     }
     if (!password.empty() && password.back() == '\r') {
         password.pop_back();
@@ -21,9 +21,9 @@ std::optional<std::string> readPasswordFile(const std::string& path, std::string
     // A login carries the password in one length byte.
     if (password.size() > 255) {
         error = "the password in " + path + " is longer than 255 bytes";
-        return std::nullopt;
+        return false;
     }
-    return password;
+    return true;
 }
 
 bool hasOption(const std::vector<std::string>& arguments, const std::string& option) {

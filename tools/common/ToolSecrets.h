@@ -1,15 +1,15 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace tool {
 
-// The password in the first line of the file, without its line end. Empty,
-// with error set to one line naming the file (never its content), when the
-// file cannot be read or the password is longer than a login carries.
-std::optional<std::string> readPasswordFile(const std::string& path, std::string& error);
+// Sets password to the first line of the file, without its line end. False,
+// with error set to one line naming the file (never its content) and
+// password no longer to be used, when the file cannot be read or the
+// password is longer than a login carries.
+bool readPasswordFile(const std::string& path, std::string& password, std::string& error);
 
 // Whether the arguments give option (as "--name VALUE" or "--name=VALUE")
 // before any "--".
