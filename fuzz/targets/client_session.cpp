@@ -22,7 +22,7 @@
 #include "FuzzCheck.h"
 #include "chanlink/chanlink.h"
 #include "support/Frames.h"
-#include "support/ScriptedTransport.h"
+#include "support/TransportPair.h"
 
 namespace {
 
@@ -97,7 +97,7 @@ const char* const Password = "secret";
 // Every frame written since the last check is a request the application
 // caused; before any successful login, only login requests. The transport
 // takes every write whole, so the bytes written hold whole frames.
-void checkWritten(testing_support::ScriptedTransport& transport, const Ledger& ledger) {
+void checkWritten(testing_support::MemoryTransport& transport, const Ledger& ledger) {
     static const auto requests = MessageProductionChain::newDeviceInstance();
     static const Bytes login = LoginRequest::newInstance(Username, Password)->getPayload();
     for (const Bytes& frame : testing_support::framesIn(transport.takeWritten())) {
@@ -158,7 +158,7 @@ void (ClientSession::*const subscriptionCalls[])(unsigned int,
     &ClientSession::addPushSubscription, &ClientSession::removePushSubscription};
 
 void run(Input& input, Ledger& ledger) {
-    auto transport = std::make_shared<testing_support::ScriptedTransport>();
+    auto transport = std::make_shared<testing_support::MemoryTransport>();
     auto session = ClientSessionBuilder()
                        .setTransport(transport)
                        .setUsername(Username)

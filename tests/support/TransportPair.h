@@ -5,7 +5,9 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "chanlink/transport/PollableTransport.h"
 #include "chanlink/transport/Transport.h"
@@ -15,15 +17,30 @@ namespace testing_support {
 // Two in-memory transports joined back to back: what one end writes, the
 // other reads. Each direction holds at most capacity bytes. An end's tick()
 // runs its hook first, so a scripted peer can serve inside the client's own
-// tick (the library has no threads, and neither do these tests).
+// tick (the library has no threads, and neither do these tests). Alone, an
+// end's far side is the test: feed() what it reads, takeWritten() what it
+// wrote; writeLimit makes short writes, and calls logs the order of calls.
 class MemoryTransport : public Transport, public PollableTransport {
 public:
     using Bytes = std::deque<unsigned char>;
 
     MemoryTransport(std::shared_ptr<Bytes> in, std::shared_ptr<Bytes> out, int capacity)
         : in(std::move(in)), out(std::move(out)), capacity(capacity) {}
+    MemoryTransport()
+        : MemoryTransport(std::make_shared<Bytes>(), std::make_shared<Bytes>(), 1 << 30) {}
+
+    void feed(const std::vector<unsigned char>& bytes) {
+        in->insert(in->end(), bytes.begin(), bytes.end());
+    }
+    std::vector<unsigned char> written() const { return {out->begin(), out->end()}; }
+    std::vector<unsigned char> takeWritten() {
+        const auto taken = written();
+        out->clear();
+        return taken;
+    }
 
     int read(void* buffer, int length) override {
+        calls += 'r';
         const int n = closed ? 0 : std::min(length, static_cast<int>(in->size()));
         if (n <= 0 || buffer == nullptr) {
             return 0;
@@ -34,8 +51,11 @@ public:
     }
 
     int write(const void* buffer, int length) override {
+        calls += 'w';
+        writeSizes.push_back(length);
         connecting = false;
-        const int n = closed ? 0 : std::min(length, capacity - static_cast<int>(out->size()));
+        const int n =
+            closed ? 0 : std::min({length, writeLimit, capacity - static_cast<int>(out->size())});
         if (n <= 0 || buffer == nullptr) {
             return 0;
         }
@@ -45,6 +65,7 @@ public:
     }
 
     void tick() override {
+        calls += 't';
         if (onTick) {
             onTick();
         }
@@ -67,6 +88,9 @@ public:
     // Connecting until the next write, which connects and moves its bytes in
     // one call, as a TLS write that finishes the handshake does.
     bool connecting = false;
+    int writeLimit = 1 << 30;
+    std::string calls;  // r, w or t for each read, write and tick
+    std::vector<int> writeSizes;  // the length offered by each write call
 
 private:
     std::shared_ptr<Bytes> in;
