@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "chanlink/chanlink.h"
+#include "support/Bytes.h"
 #include "support/Eventually.h"
 #include "support/RawClient.h"
 #include "support/RecordingReceiver.h"
@@ -22,7 +23,7 @@ namespace testing_support {
 // Makes the client's close() reset the connection instead of ending it.
 inline void resetOnClose(RawClient& client) {
     const linger reset{1, 0};
-    ::setsockopt(client.transport->getSocket(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    ::setsockopt(client.tcp->getSocket(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
 }
 
 class DeviceHarness {
@@ -85,12 +86,12 @@ public:
                                       std::size_t count = 0) {
         client.send(message);
         if (count > 0) {
-            pumpUntil([&] { return client.receivedCount() >= count; }, {&client});
+            pumpUntil([&] { return client.received.size() >= count; }, {&client});
             return client.take();
         }
         client.send(GetRequest::newInstance({}));
         const std::string marker = "0B 00 00";
-        pumpUntil([&] { return !client.received.empty() && client.received.back() == marker; },
+        pumpUntil([&] { return !client.received.empty() && hex(client.received.back()) == marker; },
                   {&client});
         std::vector<std::string> got = client.take();
         if (!got.empty() && got.back() == marker) {

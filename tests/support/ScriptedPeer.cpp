@@ -13,8 +13,9 @@
 
 namespace testing_support {
 
-ScriptedPeer::ScriptedPeer(std::shared_ptr<Transport> transport)
-    : transport(std::move(transport)) {}
+ScriptedPeer::ScriptedPeer(std::shared_ptr<Transport> transport,
+                           std::shared_ptr<MessageProductionChain> chain)
+    : transport(std::move(transport)), chain(std::move(chain)) {}
 
 int ScriptedPeer::serve() {
     flush();

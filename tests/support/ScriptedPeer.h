@@ -21,12 +21,15 @@ namespace testing_support {
 // values in `channels` (an error response with reason 7 for unknown ones),
 // sets by storing the data (an error with reason 9 for unknown channels),
 // subscriptions with a subscription response and the current values. A test
-// may replace the answer for any opcode with its own handler.
+// may replace the answer for any opcode with its own handler. Given the
+// client's chain instead, it reads responses, none of which it answers.
 class ScriptedPeer {
 public:
     using Handler = std::function<void(const Message&)>;
 
-    explicit ScriptedPeer(std::shared_ptr<Transport> transport);
+    explicit ScriptedPeer(std::shared_ptr<Transport> transport,
+                          std::shared_ptr<MessageProductionChain> chain =
+                              MessageProductionChain::newDeviceInstance());
 
     // Reads, decodes and answers everything available; returns the number of
     // requests handled.
@@ -58,7 +61,7 @@ private:
     std::shared_ptr<Transport> transport;
     Decoder decoder;
     Encoder encoder;
-    std::shared_ptr<MessageProductionChain> chain = MessageProductionChain::newDeviceInstance();
+    std::shared_ptr<MessageProductionChain> chain;
     std::vector<unsigned char> unsent;
 };
 
