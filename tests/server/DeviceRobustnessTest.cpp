@@ -2,9 +2,7 @@
 // without disturbing the other connections (garbage, half frames and the
 // input limit while another client is served are the device_connection fuzz
 // target's).
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -123,26 +121,4 @@ TEST(DeviceRobustness, AnAdoptedTransportWithoutASocketIsServedAtOnce) {
     Bytes answer(8);
     ASSERT_EQ(ends.first->read(answer.data(), 8), 8);
     EXPECT_EQ(hex(answer), "FF 02 00 00 00 0F 01 FE");
-}
-
-// An application may hand the device sockets of its own, IPv4 ones too: the
-// log names their peer as the listener's own connections are named.
-TEST(DeviceRobustness, AnAdoptedIPv4SocketIsNamedByItsPeer) {
-    DeviceHarness device;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    auto* any = reinterpret_cast<sockaddr*>(&address);
-    socklen_t size = sizeof address;
-    const int listener = ::socket(AF_INET, SOCK_STREAM, 0),
-              client = ::socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_TRUE(::bind(listener, any, size) == 0 && ::listen(listener, 1) == 0 &&
-                ::getsockname(listener, any, &size) == 0 && ::connect(client, any, size) == 0);
-    device.server->adopt(TCPTransport::createShared(new TCPTransport(
-        ::accept(listener, nullptr, nullptr), ConnectionOutcome::Connected, nullptr)));
-    EXPECT_EQ(device.events->received().back().describe().rfind(
-                  "connection 1: opened from 127.0.0.1:", 0),
-              0u);
-    ::close(client);
-    ::close(listener);
 }

@@ -169,8 +169,6 @@ cli.tls)
     start_device "${tls_device[@]}" --tls-client-ca "$certs/ca.pem"
     cli "${ca[@]}" --cert "$certs/client.pem" --key "$certs/client.key" get 1
     expect "mutual TLS" "0 1 00000000" "$RC $OUT"
-    cli "${ca[@]}" get 1
-    expect_match "mutual TLS without a certificate" "^3 chanlink: .*certificate required" "$RC $ERR"
     ;;
 
 cli.hostile)
@@ -183,25 +181,6 @@ cli.hostile)
     wait_for "connection 1: dropped without a login within 1000 ms"
     cli "${ca[@]}" get 1
     expect "an honest client after the idle ones" 0 "$RC"
-    # A guesser sends five wrong logins at once over TLS: answered after 0,
-    # 100, 300, 700 and 1500 ms at least (the delay doubles), then dropped.
-    # An honest client is served meanwhile, long before the guesser's end.
-    start_device "${tls_device[@]}"
-    export LC_ALL=C
-    start=${EPOCHREALTIME/./}
-    exec {guesser}< <(printf '\xff\x0f\0\0\0\x09\x09\x07\x05\x05adminwrong\xfe%.0s' 1 2 3 4 5 |
-                          exec openssl s_client -quiet -connect "127.0.0.1:$PORT" 2>/dev/null)
-    pids+=("$!")
-    for k in 0 1 2 3 4; do
-        read -r -d $'\xfe' -t 10 -u "$guesser" _ || fail "no answer $k to the guesser"
-        ms[k]=$(((${EPOCHREALTIME/./} - start) / 1000))
-        if [ "$k" == 2 ]; then
-            cli "${ca[@]}" get 1 && honest=$(((${EPOCHREALTIME/./} - start) / 1000))
-        fi
-    done
-    ((ms[1] >= 100 && ms[2] >= 300 && ms[3] >= 700 && ms[4] >= 1500)) || fail "answered at ${ms[*]} ms"
-    ((${honest:-9999} < 1500)) || fail "the honest client ended at ${honest:-rc $RC} ms"
-    wait_for "connection 1: dropped after 5 failed logins"
     ;;
 
 cli.secrets)
