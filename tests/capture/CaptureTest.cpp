@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -21,9 +23,13 @@ using testing_support::hex;
 TEST(Capture, PcapLayoutOfOneConnection) {
     const std::string path = testing::TempDir() + "capture_layout.pcap";
     std::string error;
-    // A capture that saw no traffic is still a file Wireshark opens: the header alone.
+    // A capture that saw no traffic is still a file Wireshark opens: the
+    // header alone. Its descriptor, the lowest free one, goes with it.
+    const int lowest = ::dup(0);
+    ::close(lowest);
     ASSERT_TRUE(PcapWriter::open(path, error)) << error;
     EXPECT_EQ(std::ifstream(path, std::ios::binary | std::ios::ate).tellg(), 24);
+    EXPECT_EQ(::fcntl(lowest, F_GETFD), -1);
     {
         auto file = PcapWriter::open(path, error);
         ASSERT_TRUE(file) << error;

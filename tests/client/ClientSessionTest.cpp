@@ -318,6 +318,7 @@ TEST(ClientSession, CallsThatCannotSendAnythingAnswerAtOnce) {
     EXPECT_TRUE(longest.session->blockingLogin().loggedIn());
     PairedSession s(std::string(256, 'u'));
     EXPECT_EQ(s.session->blockingLogin().getState(), LoginOutcome::Failure);
+    EXPECT_EQ(s.session->getLoginState().getState(), LoginOutcome::Failure);
     EXPECT_EQ(s.session->blockingLogin(20ms, s.waiter).value().getState(), LoginOutcome::Failure);
     ClientSession copy(*s.session);
     copy.tick();

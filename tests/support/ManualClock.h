@@ -25,9 +25,7 @@ public:
             onWait();
         }
         if (descriptor >= 0) {
-            pollfd entry{};
-            entry.fd = descriptor;
-            entry.events = events;
+            pollfd entry{descriptor, events, 0};
             const auto limit = std::min(timeout, pollLimit).count();
             if (::poll(&entry, 1, limit > 0 ? static_cast<int>(limit) : 0) > 0 &&
                 entry.revents != 0) {

@@ -1,5 +1,7 @@
 #include "support/ScriptedPeer.h"
 
+#include <algorithm>
+
 #include "chanlink/messages/ErrorResponse.h"
 #include "chanlink/messages/GetRequest.h"
 #include "chanlink/messages/GetResponse.h"
@@ -49,13 +51,8 @@ void ScriptedPeer::sendBytes(const std::vector<unsigned char>& bytes) {
 }
 
 void ScriptedPeer::flush() {
-    if (unsent.empty()) {
-        return;
-    }
     const int written = transport->write(unsent.data(), static_cast<int>(unsent.size()));
-    if (written > 0) {
-        unsent.erase(unsent.begin(), unsent.begin() + written);
-    }
+    unsent.erase(unsent.begin(), unsent.begin() + std::max(written, 0));
 }
 
 void ScriptedPeer::push(unsigned int channelId) {
