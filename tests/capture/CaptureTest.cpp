@@ -24,12 +24,14 @@ TEST(Capture, PcapLayoutOfOneConnection) {
     const std::string path = testing::TempDir() + "capture_layout.pcap";
     std::string error;
     // A capture that saw no traffic is still a file Wireshark opens: the
-    // header alone. Its descriptor, the lowest free one, goes with it.
-    const int lowest = ::dup(0);
-    ::close(lowest);
+    // header alone. Its descriptor goes with it, even 0 (standard input closed).
+    const int input = ::dup(0);
+    ::close(0);
     ASSERT_TRUE(PcapWriter::open(path, error)) << error;
     EXPECT_EQ(std::ifstream(path, std::ios::binary | std::ios::ate).tellg(), 24);
-    EXPECT_EQ(::fcntl(lowest, F_GETFD), -1);
+    EXPECT_EQ(::fcntl(0, F_GETFD), -1);
+    ::dup2(input, 0);
+    ::close(input);
     {
         auto file = PcapWriter::open(path, error);
         ASSERT_TRUE(file) << error;
@@ -41,6 +43,8 @@ TEST(Capture, PcapLayoutOfOneConnection) {
         device->write("\xAB\xCD", 2);
         unsigned char buffer[8];
         ASSERT_EQ(capture.read(buffer, 8), 2);
+        client->closed = true;  // the device ended it, seen by a write
+        EXPECT_EQ(capture.write(request.data(), 7), 0);
     }
     std::ifstream in(path, std::ios::binary);
     const Bytes file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -58,11 +62,12 @@ TEST(Capture, PcapLayoutOfOneConnection) {
         const Bytes p(file.begin() + at + 16, file.begin() + at + 16 + length);
         at += 16 + length;
         endpoints = endpoints.empty() ? hex(Bytes(p.begin() + 12, p.begin() + 24)) : endpoints;
-        records.push_back(std::to_string(p[33]) + " " + hex(Bytes(p.begin() + 40, p.end())));
+        const char* direction = p[23] == 0x84 ? ">" : "<";  // to port 7300, or from it
+        records.push_back(std::to_string(p[33]) + direction + hex(Bytes(p.begin() + 40, p.end())));
     }
     EXPECT_EQ(endpoints, "7F 00 00 01 7F 00 00 01 C0 00 1C 84");  // 127.0.0.1:49152 to :7300
-    EXPECT_EQ(records, (std::vector<std::string>{"2 ", "18 ", "16 ", "24 FF 01 00 00 00 0B FE",
-                                                 "24 AB CD", "17 ", "17 ", "16 "}));
+    EXPECT_EQ(records, (std::vector<std::string>{"2>", "18<", "16>", "24>FF 01 00 00 00 0B FE",
+                                                 "24<AB CD", "17<", "17>", "16<"}));
 }
 
 // What a capture shows of the client's bytes, given in pieces (that every
@@ -95,4 +100,8 @@ TEST(Capture, LoginPasswordsAreMasked) {
         out.insert(out.end(), rest.begin(), rest.end());
         EXPECT_EQ(hex(out), hex(bytes(shown))) << pieces;
     }
+    // A frame longer than any login is masked as it comes, not held.
+    Bytes longest = bytes("FF 00 08 00 00 09");
+    longest.resize(LoginRedactor::MaxLoginFrameBytes + 1, 0x41);
+    EXPECT_EQ(LoginRedactor().take(longest.data(), longest.size()).size(), longest.size());
 }

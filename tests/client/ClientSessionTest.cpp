@@ -183,16 +183,20 @@ const Scenario scenarios[] = {
          s.session->removePushSubscription(1, a);  // nothing to remove: nothing sent
          s.session->addPushSubscription(1, a);
          s.session->addPushSubscription(2, b);
+         const auto all = s.got("all");  // every pushed value, once
+         s.session->addPushReceiver(all);
+         s.session->addPushReceiver(all);
          s.rounds(2);
          s.device->push(2);
          s.rounds(1);
          s.session->removePushSubscription(1, a);
+         s.session->removePushReceiver(all);
          s.rounds(1);
          s.session->removePushSubscription(2, b);
          s.rounds(2);
      },
      {Login, PushOn, PushOff},
-     {"b 2 255"}},
+     {"b 2 255", "all 2 255"}},
 
     // A failed login holds new requests again; the next success releases
     // them ahead of the renewals.
@@ -293,7 +297,7 @@ class ClientSessionScenario : public testing::TestWithParam<Scenario> {};
 TEST_P(ClientSessionScenario, PutsTheseRequestsOnTheWireAndDeliversTheseOutcomes) {
     PairedSession s("ab", !GetParam().served);
     GetParam().steps(s);
-    EXPECT_EQ(s.wire(), GetParam().wire);
+    EXPECT_EQ(s.device->take(), GetParam().wire);
     EXPECT_EQ(s.log, GetParam().log);
 }
 

@@ -51,7 +51,8 @@ public:
     std::unique_ptr<RawClient> connect() {
         auto client = std::make_unique<RawClient>("127.0.0.1", server->getListeningService());
         const std::size_t before = opened();
-        if (!pumpUntil([&] { return client->connected() && opened() > before; }, {client.get()})) {
+        const auto ready = [&] { return client->tcp->state() == ConnectionOutcome::Connected; };
+        if (!pumpUntil([&] { return ready() && opened() > before; }, {client.get()})) {
             return nullptr;
         }
         return client;

@@ -64,6 +64,6 @@ TEST(DeviceHostileClients, FailedLoginsAreAnsweredLaterEachTimeThenClosed) {
     leaver->send(LoginRequest::newInstance("admin", "guess"));
     ASSERT_TRUE(device.pumpUntil([&] { return held(3); }, {leaver.get()}));
     testing_support::resetOnClose(*leaver);
-    leaver->close();
+    leaver->tcp->close();
     EXPECT_TRUE(device.pumpUntil([&] { return !device.server->findConnection(3); }, {}));
 }

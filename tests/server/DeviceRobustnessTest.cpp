@@ -78,7 +78,7 @@ TEST(DeviceRobustness, AClientResetInsideAFrameWhileOwedAChangeDisturbsNoOne) {
     ASSERT_TRUE(device.pumpUntil(
         [&] { return device.server->findConnection(2)->undecodedBytes() > 0; }, {}));
     resetOnClose(*gone);
-    gone->close();
+    gone->tcp->close();
     device.store->update(1, {1, 2, 3, 4});
 
     ASSERT_TRUE(device.pumpUntil([&] { return device.server->connectionCount() == 1; }, {}));

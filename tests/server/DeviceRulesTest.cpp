@@ -137,7 +137,7 @@ TEST(DeviceRules, LoginsBeyondTheLimitAreRefusedUntilASlotIsFree) {
     EXPECT_EQ(device.login(*second), "0F 01");
     EXPECT_EQ(device.server->loggedInCount(), 2u);
 
-    first->close();
+    first->tcp->close();
     ASSERT_TRUE(
         device.pumpUntil([&] { return device.server->connectionCount() == 2; }, {third.get()}));
     EXPECT_EQ(device.login(*third), "0F 01");

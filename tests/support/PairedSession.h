@@ -65,15 +65,6 @@ struct PairedSession {
             device->serve();
         }
     }
-    // Requests the device received since the last call, as hex text.
-    std::vector<std::string> wire() {
-        std::vector<std::string> seen;
-        for (const auto& payload : device->received) {
-            seen.push_back(hex(payload));
-        }
-        device->received.clear();
-        return seen;
-    }
     void silence(OpCode code) {
         device->handlers[code] = [](const Message&) {};
     }

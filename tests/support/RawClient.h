@@ -24,11 +24,7 @@ public:
         tcp->tick();
         serve();
     }
-    bool connected() const { return tcp->state() == ConnectionOutcome::Connected; }
     bool closed() const { return tcp->state() >= ConnectionOutcome::ConnectionFailed; }
-    // Payloads received since the last take(), as hex text, and forgets them.
-    std::vector<std::string> take();
-    void close() { tcp->close(); }
 
     std::shared_ptr<TCPClientTransport> tcp;
 
@@ -36,7 +32,7 @@ private:
     explicit RawClient(const std::shared_ptr<TCPClientTransport>& transport);
 };
 
-// Hex text of a message's payload, as RawClient::take gives it ("<empty>"
+// Hex text of a message's payload, as ScriptedPeer::take gives it ("<empty>"
 // for an empty pointer).
 std::string payloadHex(const std::shared_ptr<const Message>& message);
 

@@ -1,6 +1,7 @@
 #include "support/ScriptedPeer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "chanlink/messages/ErrorResponse.h"
 #include "chanlink/messages/GetRequest.h"
@@ -12,6 +13,7 @@
 #include "chanlink/messages/SubscriptionRequest.h"
 #include "chanlink/messages/SubscriptionResponse.h"
 #include "chanlink/messages/UserAccountRequest.h"
+#include "support/Bytes.h"
 
 namespace testing_support {
 
@@ -58,6 +60,14 @@ void ScriptedPeer::flush() {
 void ScriptedPeer::push(unsigned int channelId) {
     send(GetResponse::newInstance({std::make_shared<ChannelValue>(
         channelId, std::vector<unsigned char>{}, channels[channelId])}));
+}
+
+std::vector<std::string> ScriptedPeer::take() {
+    std::vector<std::string> taken;
+    for (const auto& payload : std::exchange(received, {})) {
+        taken.push_back(hex(payload));
+    }
+    return taken;
 }
 
 std::vector<OpCode> ScriptedPeer::opcodes() const {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "chanlink/messages/ChannelValue.h"
@@ -49,6 +50,8 @@ public:
     std::vector<OpCode> opcodes() const;
     // Payloads of the requests received, in order.
     std::vector<std::vector<unsigned char>> received;
+    // Those received since the last take(), as hex text, and forgets them.
+    std::vector<std::string> take();
 
     unsigned char loginResult = 1;
     std::map<unsigned int, std::vector<unsigned char>> channels;

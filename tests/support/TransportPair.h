@@ -89,7 +89,7 @@ public:
     // one call, as a TLS write that finishes the handshake does.
     bool connecting = false;
     int writeLimit = 1 << 30;
-    std::string calls;  // r, w or t for each read, write and tick
+    std::string calls;            // r, w or t for each read, write and tick
     std::vector<int> writeSizes;  // the length offered by each write call
 
 private:

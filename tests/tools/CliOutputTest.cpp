@@ -21,7 +21,6 @@ TEST(CliOutput, LinesInBothFormats) {
         {cli::failureMessage("set", 1, ReasonCode::SetRequestNotBuilt),
          "set 1 failed: SetRequestNotBuilt (set data too long to send)"},
         {cli::failureMessage("get", 3, 42), "get 3 refused: reason 42 (device-specific reason)"},
-        {cli::formatChange({nullptr, first}, Format::Plain), "1 0000"},
     };
     for (const auto& [line, expected] : plain) {
         EXPECT_EQ(line, expected);

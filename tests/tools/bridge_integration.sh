@@ -74,7 +74,6 @@ done <<'CASES'
 1|{"data":"0b000000"}|\{"ok":true\}
 2|01000000|\{"ok":false,"reason":18,"name":"ReadOnlyChannel"\}
 1|0B00000|\{"ok":false,"error":"hex data must have an even number of digits, two per byte"\}
-x|00|\{"ok":false,"error":"channel must be a decimal id from 0 to 4294967295"\}
 CASES
 wait_retained chanlink/plc1/1 "$(value_of 0B000000)"
 

@@ -164,6 +164,7 @@ TEST(TCPTransport, PeerClosingIsReportedExactlyOnce) {
     c.server->setReceiver(serverLog);  // reports nothing yet
     c.client.reset();                  // destruction closes and reports
     EXPECT_EQ(clientLog->states.back(), ConnectionOutcome::Closed);
+    EXPECT_NE(ConnectionOutcome(c.server->state()), ConnectionOutcome::Closed);  // not yet read
 
     char buffer[16];
     ASSERT_TRUE(eventually([&] {
