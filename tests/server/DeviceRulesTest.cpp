@@ -38,7 +38,8 @@ TEST(DeviceRules, RequestsBeforeLoginAreRefusedAsNotLoggedIn) {
         {SetRequest::newInstance(1, {1, 2, 3, 4}), {error(2, ReasonCode::NotLoggedIn, 1)}},
         {SubscriptionRequest::newInstance({1}), {error(3, ReasonCode::NotLoggedIn)}},
         {LogPushRequest::newInstance(true), {error(4, ReasonCode::NotLoggedIn)}},
-        {LoginRequest::newInstance("root", "secret"), {"0F 00"}},  // only admin's password
+        {LoginRequest::newInstance("root", "secret"), {"0F 00"}},   // only admin's password
+        {LoginRequest::newInstance("admin", "secreX"), {"0F 00"}},  // every byte compared
     };
     for (const auto& [request, answers] : rows) {
         EXPECT_EQ(device.exchange(*client, request, answers.size()), answers);
