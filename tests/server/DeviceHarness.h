@@ -20,7 +20,7 @@
 
 namespace testing_support {
 
-// Makes the client's close() reset the connection instead of ending it.
+// Makes closing the client's transport reset the connection instead of ending it.
 inline void resetOnClose(RawClient& client) {
     const linger reset{1, 0};
     ::setsockopt(client.tcp->getSocket(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);

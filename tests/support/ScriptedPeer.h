@@ -48,7 +48,8 @@ public:
 
     // Opcodes of the requests received, in order (9 for a login).
     std::vector<OpCode> opcodes() const;
-    // Payloads of the requests received, in order.
+    // Payloads of the messages received, in order: requests, or responses
+    // for a peer given the client's chain.
     std::vector<std::vector<unsigned char>> received;
     // Those received since the last take(), as hex text, and forgets them.
     std::vector<std::string> take();
