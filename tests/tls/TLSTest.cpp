@@ -8,6 +8,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <openssl/err.h>
+
 #include <cstdlib>
 
 #include "chanlink/chanlink.h"
@@ -74,8 +76,9 @@ protected:
 
     // Connects and logs in; false once the transport has failed or closed.
     bool login(const TLSClientSettings& tls) {
+        states = std::make_shared<RecordingReceiver<ConnectionOutcome>>();
         transport = std::make_shared<TLSClientTransport>("127.0.0.1", server->getListeningService(),
-                                                         nullptr, tls);
+                                                         states, tls);
         transport->connect();
         session = ClientSessionBuilder()
                       .setTransport(transport)
@@ -96,6 +99,7 @@ protected:
     std::unique_ptr<DeviceServer> server;
     std::weak_ptr<TLSTransport> lastAccepted;  // the device's end of the last connection
     std::shared_ptr<TLSClientTransport> transport;
+    std::shared_ptr<RecordingReceiver<ConnectionOutcome>> states;  // the transport's
     std::shared_ptr<ClientSession> session;
     const TLSClientSettings trusting = client("ca.pem");
 };
@@ -124,10 +128,11 @@ TEST_F(TLSTest, DeviceIsVerifiedAndClientCertificatesAreRequiredWhenAskedFor) {
         EXPECT_EQ(login(c.client), *c.refusal == '\0') << transport->getFailureReason();
         EXPECT_NE(transport->getFailureReason().find(c.refusal), std::string::npos)
             << transport->getFailureReason();
-        // Once ended, a tick changes nothing.
+        // Its receiver heard the state it ended in; once ended, a tick changes nothing.
         const ConnectionOutcome::ConnectionStates state = TransportPoll::of(*transport).state;
         transport->tick();
         EXPECT_EQ(TransportPoll::of(*transport).state, state);
+        EXPECT_TRUE(states->count() > 0 && states->received().back().getState() == state);
     }
 }
 
@@ -172,7 +177,8 @@ TEST_F(TLSTest, ClientsGetSetSubscribeAndComeBackOverTls) {
 }
 
 // A device that cannot be set up says why, with OpenSSL's reason where there
-// is one; a server transport needs a server context.
+// is one; a transport needs a context of its own side, a server transport a
+// connection.
 TEST_F(TLSTest, SetUpFailuresSayWhy) {
     const std::pair<TLSServerSettings, std::string> cases[] = {
         {{file("device.pem"), file("client.key"), ""},
@@ -189,6 +195,11 @@ TEST_F(TLSTest, SetUpFailuresSayWhy) {
     }
     const TLSServerTransport transport(nullptr, TLSContext::forClient(trusting, error));
     EXPECT_EQ(transport.getFailureReason(), "no TLS server context");
+    const auto context = TLSContext::forServer({file("device.pem"), file("device.key"), ""}, error);
+    EXPECT_EQ(TLSServerTransport(nullptr, context).getFailureReason(), "not connected");
+    TLSClientTransport client("127.0.0.1", "1", nullptr, context);
+    client.connect();
+    EXPECT_EQ(client.getFailureReason(), "no TLS client context");
 }
 
 // A connection whose device has gone fails on the next writes instead of
@@ -246,6 +257,7 @@ TEST_F(TLSTest, WaitsAreOnTheSocketAndTickSendsWhatWaited) {
     ASSERT_TRUE(login(trusting));
     const std::vector<char> noise(16384, 0);  // bytes outside any frame: the device drops them
     for (int i = 0; i < 4096 && transport->write(noise.data(), 16384) > 0; ++i) {
+        ERR_raise(ERR_LIB_USER, 1);  // someone else's error, left in the queue
     }
     ASSERT_NE(TransportPoll::of(*transport).events & POLLOUT, 0) << "the socket took it all";
     EXPECT_TRUE(eventually([&] {
