@@ -230,10 +230,16 @@ TEST(TCPServerTransportBuilder, ASetUpThatFailsSaysWhyAndNeverAccepts) {
     armed[Listen] = armed[SetOption] = -1;
 
     // Descriptor 0 is never taken for a listener: one that got it (standard
-    // input closed) is not listening, and its end leaves the descriptor open.
+    // input closed) is not listening, accepts nothing, and its end leaves the
+    // descriptor open.
     const int input = ::dup(0);
     ::close(0);
-    EXPECT_FALSE(TCPServerTransportBuilder("0", "::1").isListening());
+    auto zero = std::make_unique<TCPServerTransportBuilder>("0", "::1");
+    EXPECT_FALSE(zero->isListening());
+    TCPClientTransport client("::1", zero->getListeningService(), nullptr);
+    client.connect();
+    EXPECT_EQ(zero->accept(0, 100000), nullptr);  // with a connection waiting
+    zero.reset();
     EXPECT_NE(::fcntl(0, F_GETFD), -1);
     ::dup2(input, 0);
     ::close(input);
