@@ -97,10 +97,14 @@ TEST(Session, TicksTheTransportThenReadsThenWritesUpToCapacityLeftoversFirst) {
     EXPECT_EQ(framesIn(w.transport->written()), Frames(10, Bytes(294, 0x11)));
 }
 
-TEST(Session, ResetDropsTheHalfReadFrameUnsentBytesAndQueuedMessages) {
+TEST(Session, ResetDropsUndeliveredFramesUnsentBytesAndQueuedMessages) {
     Wired w;
     const Bytes half = framed(bytes("0B 01"));
+    // Behind the receiver's exception: a whole frame and half of one.
+    w.transport->feed(framed(bytes("0B EE")));
+    w.transport->feed(framed(bytes("0B 03")));
     w.transport->feed(Bytes(half.begin(), half.begin() + 3));
+    EXPECT_THROW(w.session->tick(), std::runtime_error);
     w.send(bytes("0B 09"));
     w.transport->writeLimit = 3;
     w.session->tick();
