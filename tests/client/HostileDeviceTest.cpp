@@ -51,10 +51,8 @@ TEST_P(HostileDevice, MemoryStaysBoundedAndTheOutcomeNamesTheCause) {
     }
     auto session =
         ClientSessionBuilder().setTransport(client).setUsername("u").setPassword("p").build();
-    bool armed = false;
-    bool opened = false;
-    std::size_t peakUndecoded = 0;
-    std::size_t peakQueued = 0;
+    bool armed = false, opened = false;
+    std::size_t peakUndecoded = 0, peakQueued = 0;
     client->onTick = [&] {
         clock->advance(1ms);
         // Once armed, the attack starts after the first request (the login).

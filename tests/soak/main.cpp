@@ -9,6 +9,7 @@
 // process nor the device grew by more than the limit after the warm-up.
 #include <chanlink/chanlink.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -19,13 +20,10 @@
 namespace {
 
 long residentKb(const std::string& pid) {
-    std::ifstream status("/proc/" + pid + "/status");
-    std::string key;
-    while (status >> key && key != "VmRSS:") {
-    }
-    long kb = -1;  // stays so when the process or the line is missing
-    status >> kb;
-    return kb;
+    std::ifstream statm("/proc/" + pid + "/statm");  // sizes in pages: total, then resident
+    long pages = -1;                                 // stays so when the process is gone
+    statm >> pages >> pages;
+    return pages < 0 ? -1 : pages * (::sysconf(_SC_PAGESIZE) / 1024);
 }
 
 struct Client {

@@ -1,33 +1,24 @@
 #include "support/Bytes.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <iterator>
 #include <stdexcept>
 
 namespace testing_support {
 
 Bytes bytes(const std::string& hex) {
-    Bytes result;
-    int high = -1;
-    for (char c : hex) {
-        if (std::isspace(static_cast<unsigned char>(c))) {
-            continue;
-        }
-        if (!std::isxdigit(static_cast<unsigned char>(c))) {
-            throw std::invalid_argument("not a hex digit in: " + hex);
-        }
-        const int digit = std::isdigit(static_cast<unsigned char>(c))
-                              ? c - '0'
-                              : std::tolower(static_cast<unsigned char>(c)) - 'a' + 10;
-        if (high < 0) {
-            high = digit;
-        } else {
-            result.push_back(static_cast<unsigned char>(high << 4 | digit));
-            high = -1;
-        }
+    std::string digits;
+    std::copy_if(hex.begin(), hex.end(), std::back_inserter(digits),
+                 [](unsigned char c) { return std::isspace(c) == 0; });
+    if (digits.size() % 2 != 0 ||
+        digits.find_first_not_of("0123456789ABCDEFabcdef") != digits.npos) {
+        throw std::invalid_argument("not pairs of hex digits: " + hex);
     }
-    if (high >= 0) {
-        throw std::invalid_argument("odd number of hex digits in: " + hex);
+    Bytes result;
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
+        result.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
     }
     return result;
 }
@@ -36,10 +27,7 @@ std::string hex(const Bytes& value) {
     std::string result;
     char buffer[4];
     for (unsigned char b : value) {
-        std::snprintf(buffer, sizeof buffer, "%02X", b);
-        if (!result.empty()) {
-            result += ' ';
-        }
+        std::snprintf(buffer, sizeof buffer, result.empty() ? "%02X" : " %02X", b);
         result += buffer;
     }
     return result;

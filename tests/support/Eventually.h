@@ -12,11 +12,10 @@ template <typename Condition>
 bool eventually(Condition condition,
                 std::chrono::milliseconds limit = std::chrono::milliseconds(5000)) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
+    for (; !condition(); std::this_thread::yield()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
         }
-        std::this_thread::yield();
     }
     return true;
 }

@@ -1,6 +1,7 @@
 #include "support/ScriptedPeer.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "chanlink/messages/ErrorResponse.h"
@@ -64,17 +65,15 @@ void ScriptedPeer::push(unsigned int channelId) {
 
 std::vector<std::string> ScriptedPeer::take() {
     std::vector<std::string> taken;
-    for (const auto& payload : std::exchange(received, {})) {
-        taken.push_back(hex(payload));
-    }
+    const auto payloads = std::exchange(received, {});
+    std::transform(payloads.begin(), payloads.end(), std::back_inserter(taken), hex);
     return taken;
 }
 
 std::vector<OpCode> ScriptedPeer::opcodes() const {
     std::vector<OpCode> codes;
-    for (const auto& payload : received) {
-        codes.push_back(payload.at(0));
-    }
+    std::transform(received.begin(), received.end(), std::back_inserter(codes),
+                   [](const std::vector<unsigned char>& payload) { return payload.at(0); });
     return codes;
 }
 

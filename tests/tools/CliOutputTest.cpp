@@ -16,16 +16,11 @@ TEST(CliOutput, LinesInBothFormats) {
                                                             std::vector<unsigned char>{0, 0});
     const auto second = std::make_shared<const ChannelValue>(1, std::vector<unsigned char>{9},
                                                              std::vector<unsigned char>{1, 2});
-    const std::pair<std::string, std::string> plain[] = {
+    const std::pair<std::string, std::string> lines[] = {
         {cli::describeDuration(5000ms), "5s"},
         {cli::failureMessage("set", 1, ReasonCode::SetRequestNotBuilt),
          "set 1 failed: SetRequestNotBuilt (set data too long to send)"},
         {cli::failureMessage("get", 3, 42), "get 3 refused: reason 42 (device-specific reason)"},
-    };
-    for (const auto& [line, expected] : plain) {
-        EXPECT_EQ(line, expected);
-    }
-    const std::pair<std::string, std::string> json[] = {
         {cli::formatValue("get", value, Format::Json),
          R"({"command":"get","channel":2,"ok":true,"header":"00000000","data":"0A000000"})"},
         {cli::formatValue("push", empty, Format::Json),
@@ -43,8 +38,10 @@ TEST(CliOutput, LinesInBothFormats) {
         {cli::formatChange({nullptr, nullptr}, Format::Json),
          R"({"command":"watch","channel":null,"previous":null,"header":null,"data":null})"},
     };
-    for (const auto& [line, expected] : json) {
+    for (const auto& [line, expected] : lines) {
         EXPECT_EQ(line, expected);
-        EXPECT_TRUE(nlohmann::json::parse(line, nullptr, false).is_object()) << line;
+        // Each JSON line is one whole object.
+        EXPECT_TRUE(expected[0] != '{' || nlohmann::json::parse(line, nullptr, false).is_object())
+            << line;
     }
 }
